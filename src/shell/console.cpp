@@ -1,0 +1,145 @@
+#include "shell/console.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "board/fen.h"
+#include "board/movegen.h"
+#include "board/movetext.h"
+#include "board/perft.h"
+#include "shell/clock.h"
+
+namespace quarn {
+
+namespace {
+
+Position game;
+
+// Characters of typed move text and of typed FEN placement.
+constexpr char kMoveChars[] = "NBRQKabcdefgh12345678x-=+oO";
+constexpr char kFenChars[] = "PNBRQKpnbrqk12345678/";
+
+bool inSet(const char* set, char c) { return c != 0 && std::strchr(set, c) != nullptr; }
+
+bool historyFull(const Position& pos) {
+    if (pos.ply + 1 < static_cast<uint32_t>(kHistorySize)) return false;
+    std::fprintf(stderr, "console: move history full (%i plies), nothing played\n", kHistorySize - 1);
+    return true;
+}
+
+// A depth argument: absent means 1; text that is no number reads as 0.
+int depthArgument() {
+    const char* word = std::strtok(nullptr, " ");
+    return word ? static_cast<int>(std::strtol(word, nullptr, 10)) : 1;
+}
+
+// Perft walks the history one ply per level, so its depth is bounded by the room left there.
+bool depthFits(const Position& pos, int depth) {
+    if (depth < kHistorySize - static_cast<int>(pos.ply)) return true;
+    std::fprintf(stderr, "console: depth %i too deep\n", depth);
+    return false;
+}
+
+void runPerft(int depth) {
+    const double startMs = wallMs();
+    const uint64_t startTicks = cycleCount();
+    const uint64_t nodes = perft(game, depth);
+    const uint64_t ticks = cycleCount() - startTicks;
+    const double ms = wallMs() - startMs;
+    char label[32];
+    std::snprintf(label, sizeof label, "perft %i", depth);
+    const double n = static_cast<double>(nodes);
+    std::printf("%-20s  %10.0f ops in %5.3f seconds  ops/ms=%7.0f,  ticks/op=%6.1f\n", label, n,
+                ms / 1000.0, n / ms, static_cast<double>(ticks) / n);
+}
+
+// Sets the game position from FEN text, keeping the old one when the text is refused.
+void setGameFen(const char* text) {
+    static Position scratch;
+    if (setFen(scratch, text)) copyPosition(game, scratch);
+}
+
+// The whole line is move characters; only the separator after the first word (now the
+// word's terminator) may differ.
+bool looksLikeMoveText(const char* input, size_t length, size_t separator) {
+    if (length < 2) return false;
+    for (size_t i = 0; i < length; ++i)
+        if (!inSet(kMoveChars, input[i]) && !(i == separator && input[i] == 0)) return false;
+    return true;
+}
+
+bool looksLikeFen(const char* word) {
+    if (!word[0] || word[0] == ' ') return false;
+    int slashes = 0, whiteKings = 0, blackKings = 0;
+    for (const char* p = word; *p; ++p) {
+        if (!inSet(kFenChars, *p)) return false;
+        slashes += *p == '/';
+        whiteKings += *p == 'K';
+        blackKings += *p == 'k';
+    }
+    return slashes >= 1 && whiteKings == 1 && blackKings == 1;
+}
+
+void playMoveText(const char* word) {
+    const Move m = parseMove(game, word);
+    if (!m) {
+        std::printf("not a move: '%s'\n", word);
+        return;
+    }
+    if (historyFull(game)) return;
+    makeMove(game, m);
+    computeAttackInfo(game);
+    printBoard(game, stdout, false);
+}
+
+}  // namespace
+
+Position& gamePosition() { return game; }
+
+LineOutcome consoleCommand(char* input, size_t length) {
+    // The word is everything before the terminator strtok wrote, leading blanks included.
+    const char* word = input;
+    const size_t cut = std::strlen(input);
+    const bool hadBlank = cut < length;
+
+    if (!std::strcmp(word, "fen")) {
+        const char* text = hadBlank ? std::strtok(nullptr, "") : nullptr;
+        if (text) setGameFen(text);
+        printBoard(game, stdout, false);
+    } else if (!std::strcmp(word, "%")) {
+        if (!historyFull(game)) makeNullMove(game);
+    } else if (!std::strcmp(word, "quit")) {
+        return LineOutcome::QUIT;
+    } else if (!std::strcmp(word, "divide")) {
+        const int depth = hadBlank ? depthArgument() : 1;
+        if (depth && depthFits(game, depth)) divide(game, depth);
+    } else if (!std::strcmp(word, "perft")) {
+        const int depth = hadBlank ? depthArgument() : 1;
+        if (depth && depthFits(game, depth)) runPerft(depth);
+    } else if (!std::strcmp(word, "m")) {
+        listMoves(game);
+    } else if (looksLikeMoveText(input, length, cut)) {
+        playMoveText(word);
+    } else if (looksLikeFen(word)) {
+        setGameFen(word);
+        printBoard(game, stdout, false);
+    } else {
+        std::printf("unknown command: '%s'\n", word);
+    }
+    return LineOutcome::CONTINUE;
+}
+
+LineOutcome handleLine(char* input) {
+    if (!input[0]) {
+        printBoard(game, stdout, false);
+        return LineOutcome::CONTINUE;
+    }
+    // strtok skips leading blanks when it cuts the first word, but the word is read from the
+    // start of the line, so "  go" stays "  go".
+    const size_t length = std::strlen(input);
+    std::strtok(input, " ");
+    return consoleCommand(input, length);
+}
+
+}  // namespace quarn
