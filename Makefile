@@ -1,0 +1,33 @@
+# The two set-up commands: `make run` builds the Release engine and starts it; `make test`
+# builds and runs every test, first in Release, then under AddressSanitizer and UBSan.
+BUILD_DIR := build
+SANITIZE_DIR := build-sanitize
+JOBS ?= $(shell nproc)
+
+.PHONY: run test build deps test-release test-sanitize bench clean
+
+run: build
+	./$(BUILD_DIR)/quarn
+
+build: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(BUILD_DIR) -j$(JOBS)
+
+deps:
+	@scripts/install-deps
+
+test: test-release test-sanitize
+
+test-release: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+
+test-sanitize: deps
+	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=Debug -DQUARN_SANITIZE=ON -DQUARN_BENCH=OFF
+	cmake --build $(SANITIZE_DIR) -j$(JOBS)
+	cd $(SANITIZE_DIR) && ctest --output-on-failure -j$(JOBS)
+
+bench: build
+	./$(BUILD_DIR)/bench/quarn_bench
+
+clean:
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
