@@ -1,0 +1,42 @@
+// Shared helpers for the tests: tables, positions from FEN, EPD data and running the binary.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "board/position.h"
+
+namespace quarn::test {
+
+// One line of an EPD file: the FEN and the perft counts given as ";D1 n ;D2 n ...".
+struct EpdEntry {
+    std::string fen;
+    std::vector<uint64_t> counts;  // counts[d - 1] is the count at depth d
+};
+
+// Path of a file under tests/data.
+std::string dataPath(const std::string& name);
+std::vector<EpdEntry> loadEpd(const std::string& name);
+// FEN lines of a file (the first four fields of each non-empty line).
+std::vector<std::string> loadFens(const std::string& name);
+
+// A position set from FEN; fails the calling test when the FEN is refused.
+Position positionFrom(const std::string& fen);
+
+// Output of one run of the engine binary with `input` on its standard input.
+struct EngineRun {
+    std::string out;
+    std::string err;
+    int status = -1;
+};
+EngineRun runEngine(const std::string& input, const std::vector<std::string>& args = {});
+
+// Whether this build is slow (sanitizers or no optimisation): deep perft is skipped there.
+constexpr bool kSlowBuild =
+#if defined(QUARN_SANITIZED) || !defined(NDEBUG)
+    true;
+#else
+    false;
+#endif
+
+}  // namespace quarn::test
