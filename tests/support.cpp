@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -80,7 +81,19 @@ Position positionFrom(const std::string& fen) {
     return pos;
 }
 
-EngineRun runEngine(const std::string& input, const std::vector<std::string>& args) {
+TempDir::TempDir() {
+    char name[] = "/tmp/quarn-test-XXXXXX";
+    if (mkdtemp(name)) path_ = name;
+}
+
+TempDir::~TempDir() {
+    if (!path_.empty()) std::filesystem::remove_all(path_);
+}
+
+EngineRun runEngine(const std::string& input, const std::vector<std::string>& args,
+                    const std::string& workDir) {
+    TempDir scratch;
+    const std::string& dir = workDir.empty() ? scratch.path() : workDir;
     char inName[] = "/tmp/quarn-in-XXXXXX", outName[] = "/tmp/quarn-out-XXXXXX",
          errName[] = "/tmp/quarn-err-XXXXXX";
     const int inFd = mkstemp(inName), outFd = mkstemp(outName), errFd = mkstemp(errName);
@@ -90,6 +103,7 @@ EngineRun runEngine(const std::string& input, const std::vector<std::string>& ar
     lseek(inFd, 0, SEEK_SET);
     const pid_t pid = fork();
     if (pid == 0) {
+        if (chdir(dir.c_str()) != 0) _exit(126);
         dup2(inFd, 0);
         dup2(outFd, 1);
         dup2(errFd, 2);

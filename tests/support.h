@@ -29,7 +29,24 @@ struct EngineRun {
     std::string err;
     int status = -1;
 };
-EngineRun runEngine(const std::string& input, const std::vector<std::string>& args = {});
+// The engine runs in `workDir`, or, when that is empty, in a fresh temporary directory that is
+// removed afterwards (the engine writes its history file into its working directory).
+EngineRun runEngine(const std::string& input, const std::vector<std::string>& args = {},
+                    const std::string& workDir = "");
+
+// A fresh directory under /tmp, removed with everything in it when this object goes.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
 
 // Whether this build is slow (sanitizers or no optimisation): deep perft is skipped there.
 constexpr bool kSlowBuild =

@@ -1,13 +1,21 @@
 #include "shell/lineinput.h"
 
-#include <readline/readline.h>
-#include <unistd.h>
-
+// readline.h needs stdio declared first.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include <readline/history.h>
+#include <readline/readline.h>
+#include <unistd.h>
+
 namespace quarn {
+
+void initHistory() {
+    using_history();
+    stifle_history(kHistoryLines);
+    read_history(kHistoryFileName);
+}
 
 void stripLineEnd(char* line) {
     size_t n = std::strlen(line);
@@ -27,7 +35,12 @@ char* readInputLine(const char* prompt) {
             return nullptr;
         }
     }
-    if (line) stripLineEnd(line);
+    if (!line) return nullptr;
+    stripLineEnd(line);
+    if (line[0]) {
+        add_history(line);
+        write_history(kHistoryFileName);
+    }
     return line;
 }
 

@@ -4,12 +4,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "board/bitboard.h"
 #include "board/fen.h"
 #include "board/position.h"
+#include "shell/config.h"
 #include "shell/console.h"
 #include "shell/lineinput.h"
+#include "shell/log.h"
 #include "shell/version.h"
 
 namespace {
@@ -27,11 +30,27 @@ void unbufferStreams() {
     }
 }
 
+// Command-line options; false (after a message) when they cannot be used.
+bool readOptions(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--logdir") && i + 1 < argc) {
+            quarn::setLogDirectory(argv[++i]);
+        } else {
+            std::fprintf(stderr, "quarn: unknown option '%s'\nusage: quarn [--logdir DIR]\n", argv[i]);
+            return false;
+        }
+    }
+    return true;
+}
+
+constexpr int kUsageError = 2;
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     using namespace quarn;
     unbufferStreams();
+    if (!readOptions(argc, argv)) return kUsageError;
     std::printf("%s-%s\n%s\n\n", kEngineName, kEngineVersion, kAttribution);
     if (!hasSse2()) {
         std::fputs("Cannot start: sse2 not supported\n", stderr);
@@ -39,8 +58,10 @@ int main() {
     }
     initTables();
     initCastleKeys();
+    if (configTable().read(kConfigFileName)) std::printf("inifile=%s\n", kConfigFileName);
     setFen(gamePosition(), kStartFen);
     std::puts("\ninitialized");
+    initHistory();
 
     const char* prompt = "% ";
     for (;;) {
