@@ -1,7 +1,6 @@
 // Speed of the move generator and of make/unmake over the perft positions.
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
