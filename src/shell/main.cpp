@@ -9,6 +9,7 @@
 #include "board/bitboard.h"
 #include "board/fen.h"
 #include "board/position.h"
+#include "eval/evalprint.h"
 #include "shell/config.h"
 #include "shell/console.h"
 #include "shell/lineinput.h"
@@ -36,7 +37,7 @@ bool readOptions(int argc, char** argv) {
         if (!std::strcmp(argv[i], "--logdir") && i + 1 < argc) {
             quarn::setLogDirectory(argv[++i]);
         } else {
-            std::fprintf(stderr, "quarn: unknown option '%s'\nusage: quarn [--logdir DIR]\n", argv[i]);
+            std::fprintf(stderr, "quarn: unknown option '%s'\nusage: quarn [--logdir DIR] | quarn eval \"<FEN>\"\n", argv[i]);
             return false;
         }
     }
@@ -45,11 +46,32 @@ bool readOptions(int argc, char** argv) {
 
 constexpr int kUsageError = 2;
 
+// `quarn eval "<FEN>"`: every evaluation term of one position, then exit.
+int evalMode(const char* fen) {
+    using namespace quarn;
+    initTables();
+    initCastleKeys();
+    static Position pos;
+    if (!setFen(pos, fen)) {
+        std::fprintf(stderr, "quarn eval: the FEN was refused\n");
+        return 1;
+    }
+    printEvaluation(pos, stdout);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     using namespace quarn;
     unbufferStreams();
+    if (argc >= 2 && !std::strcmp(argv[1], "eval")) {
+        if (argc != 3) {
+            std::fputs("usage: quarn eval \"<FEN>\"\n", stderr);
+            return kUsageError;
+        }
+        return evalMode(argv[2]);
+    }
     if (!readOptions(argc, argv)) return kUsageError;
     std::printf("%s-%s\n%s\n\n", kEngineName, kEngineVersion, kAttribution);
     if (!hasSse2()) {

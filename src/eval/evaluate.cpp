@@ -1,0 +1,264 @@
+#include "eval/evaluate.h"
+
+#include <cstring>
+#include <new>
+
+#include "eval/king.h"
+#include "eval/pieces.h"
+#include "eval/racing.h"
+
+namespace quarn {
+
+namespace {
+
+struct Counts {
+    int pawns, knights, bishops, rooks, queens, pieces, points;
+    explicit Counts(uint32_t m)
+        : pawns(materialCount(m, PAWN)),
+          knights(materialCount(m, KNIGHT)),
+          bishops(materialCount(m, BISHOP)),
+          rooks(materialCount(m, ROOK)),
+          queens(materialCount(m, QUEEN)),
+          pieces(static_cast<int>(m >> 28)),
+          points(materialPoints(m)) {}
+};
+
+constexpr uint32_t kPieceFields = 0x0FFFF000;  // knights, bishops, rooks and queens
+constexpr Bitboard kFilesBtoG = ~(kFileA | kFileH);
+constexpr Bitboard kDarkSquares = 0xAA55AA55AA55AA55ULL;
+
+// Trapped knights and bishops: the piece, its square, the enemy pawn that cages it.
+struct TrapRule {
+    int piece, square, pawn, pawnSquare, value;
+};
+constexpr TrapRule kTraps[] = {
+    {pieceCode(WHITE, KNIGHT), 56, pieceCode(BLACK, PAWN), 50, -250},  // Na8, c7
+    {pieceCode(WHITE, KNIGHT), 63, pieceCode(BLACK, PAWN), 53, -250},  // Nh8, f7
+    {pieceCode(WHITE, KNIGHT), 57, pieceCode(BLACK, PAWN), 49, -250},  // Nb8, b7
+    {pieceCode(WHITE, KNIGHT), 62, pieceCode(BLACK, PAWN), 54, -250},  // Ng8, g7
+    {pieceCode(WHITE, BISHOP), 48, pieceCode(BLACK, PAWN), 41, -150},  // Ba7, b6
+    {pieceCode(WHITE, BISHOP), 40, pieceCode(BLACK, PAWN), 33, -150},  // Ba6, b5
+    {pieceCode(WHITE, BISHOP), 55, pieceCode(BLACK, PAWN), 46, -150},  // Bh7, g6
+    {pieceCode(WHITE, BISHOP), 47, pieceCode(BLACK, PAWN), 38, -150},  // Bh6, g5
+    {pieceCode(BLACK, KNIGHT), 0, pieceCode(WHITE, PAWN), 10, 250},    // Na1, c2
+    {pieceCode(BLACK, KNIGHT), 7, pieceCode(WHITE, PAWN), 13, 250},    // Nh1, f2
+    {pieceCode(BLACK, KNIGHT), 1, pieceCode(WHITE, PAWN), 9, 250},     // Nb1, b2
+    {pieceCode(BLACK, KNIGHT), 6, pieceCode(WHITE, PAWN), 14, 250},    // Ng1, g2
+    {pieceCode(BLACK, BISHOP), 8, pieceCode(WHITE, PAWN), 17, 150},    // Ba2, b3
+    {pieceCode(BLACK, BISHOP), 16, pieceCode(WHITE, PAWN), 25, 150},   // Ba3, b4
+    {pieceCode(BLACK, BISHOP), 15, pieceCode(WHITE, PAWN), 22, 150},   // Bh2, g3
+    {pieceCode(BLACK, BISHOP), 23, pieceCode(WHITE, PAWN), 30, 150},   // Bh3, g4
+};
+
+// A bishop hemmed in by its own blocked centre pawn.
+struct BlockedBishop {
+    int bishop, square, pawn, pawnSquare, frontSquare, value;
+};
+constexpr BlockedBishop kBlockedBishops[] = {
+    {pieceCode(WHITE, BISHOP), 2, pieceCode(WHITE, PAWN), 11, 19, -35},  // Bc1, d2, d3
+    {pieceCode(WHITE, BISHOP), 5, pieceCode(WHITE, PAWN), 12, 20, -35},  // Bf1, e2, e3
+    {pieceCode(BLACK, BISHOP), 58, pieceCode(BLACK, PAWN), 51, 43, 35},  // Bc8, d7, d6
+    {pieceCode(BLACK, BISHOP), 61, pieceCode(BLACK, PAWN), 52, 44, 35},  // Bf8, e7, e6
+};
+
+constexpr int kShutInRook = 25;
+
+// A rook shut in by its own uncastled king: the corner rook first, else the knight-file rook.
+int shutInRook(const Position& pos, int c, bool queenSide) {
+    const int base = c == WHITE ? 0 : 56;
+    const int kingA = base + (queenSide ? 1 : 5), kingB = base + (queenSide ? 2 : 6);
+    if (pos.side[c].kingSquare != static_cast<uint32_t>(kingA) &&
+        pos.side[c].kingSquare != static_cast<uint32_t>(kingB))
+        return 0;
+    const Bitboard rooks = pos.side[c].pieces[ROOK], pawns = pos.side[c].pieces[PAWN];
+    const int cornerFile = queenSide ? 0 : 7, knightFile = queenSide ? 1 : 6;
+    const int cornerRank = c == WHITE ? 0 : 7, nextRank = c == WHITE ? 1 : 6;
+    const Bitboard corner = squareBit[makeSquare(cornerFile, cornerRank)] | squareBit[makeSquare(cornerFile, nextRank)];
+    if ((rooks & corner) && (pawns & fileMask[cornerFile])) return kShutInRook;
+    if ((rooks & squareBit[makeSquare(knightFile, cornerRank)]) && (pawns & fileMask[knightFile]))
+        return kShutInRook;
+    return 0;
+}
+
+// Pawns all on one rook file (or none), and nothing but an optional lone bishop that cannot
+// cover the promotion corner: the stronger side cannot win.
+bool rookPawnDraw(const Position& pos, int c) {
+    const Bitboard pawns = pos.side[c].pieces[PAWN];
+    if ((pawns & kFilesBtoG) || ((pawns & kFileA) && (pawns & kFileH))) return false;
+    const uint32_t m = pos.side[c].material;
+    if (!(m & kPieceFields)) return true;
+    if ((m & kPieceFields) != (kMaterialIncrement[BISHOP] & kPieceFields)) return false;
+    if (!pawns) return true;
+    const bool darkBishop = (pos.side[c].pieces[BISHOP] & kDarkSquares) != 0;
+    // The promotion corner of an a-pawn is dark for Black (a1) and light for White (a8).
+    const bool onA = (pawns & kFileA) != 0;
+    const bool cornerDark = c == WHITE ? !onA : onA;
+    return darkBishop != cornerDark;
+}
+
+// A side with no pawn, rook or queen and too little to mate cannot win.
+bool cannotWin(const Counts& k, bool hasBishop) {
+    return k.pawns == 0 && k.rooks == 0 && k.queens == 0 && (k.points < 6 || !hasBishop);
+}
+
+int strongestPiece(const Counts& k) { return k.bishops ? 3 : k.rooks ? 5 : 10; }
+
+// Endgame scaling by the pawns left on each side; names the rule that changed the score.
+int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, const char*& rule) {
+    const uint32_t mw = pos.side[WHITE].material, mb = pos.side[BLACK].material;
+    if (!w.pawns && b.pawns) {
+        rule = "white has no pawns";
+        if (s > 0) return b.points + 3 < w.points ? s : s / 8;
+        if (s < 0 && b.pawns == 1 && (w.bishops || w.rooks || w.queens) &&
+            w.points + 3 - strongestPiece(w) >= b.points)
+            return s / 8;
+        return s;
+    }
+    if (!w.pawns && !b.pawns) {
+        rule = "no pawns";
+        if (b.points + 3 < w.points) return s + 1000 - 100 * b.pieces;
+        if (w.points + 3 < b.points) return s - 1000 + 100 * w.pieces;
+        const int total = static_cast<int>((mw + mb) & 255);
+        if (total == 8) return s / 4;
+        if (total == 9 && w.bishops + b.bishops >= 2 && w.knights + b.knights >= 1)
+            return (w.bishops >= 2 || b.bishops >= 2) ? s : s / 16;
+        return s / 16;
+    }
+    if (w.pawns && !b.pawns) {
+        rule = "black has no pawns";
+        if (s < 0) return w.points + 3 >= b.points ? (s + 7) >> 3 : s;
+        if (s > 0 && w.pawns == 1 && (b.bishops || b.rooks || b.queens) &&
+            b.points + 3 - strongestPiece(b) >= w.points)
+            return s >> 3;
+        return s;
+    }
+    // Opposite-coloured bishops and nothing else.
+    const uint32_t loneBishop = kMaterialIncrement[BISHOP] & kPieceFields;
+    if ((mw & kPieceFields) == loneBishop && (mb & kPieceFields) == loneBishop) {
+        const bool wDark = (pos.side[WHITE].pieces[BISHOP] & kDarkSquares) != 0;
+        const bool bDark = (pos.side[BLACK].pieces[BISHOP] & kDarkSquares) != 0;
+        if (wDark != bDark) {
+            rule = "opposite-coloured bishops";
+            const int d = w.pawns > b.pawns ? w.pawns - b.pawns : b.pawns - w.pawns;
+            if (d == 0) return s / 4;
+            if (d == 1) return s / 2;
+            if (d == 2) return s / 3;
+        }
+    }
+    return s;
+}
+
+// The score before the tempo, through the draw and scaling rules; fills `trace` when given.
+int scoreFromWhite(EvalContext& ctx, EvalTrace* trace) {
+    const Position& pos = *ctx.pos;
+    // The order matters: the pawn term finds the passers and the pawn entry the king term
+    // reads; the king terms leave the shelters the enemy piece terms read.
+    const int material = materialScore(ctx), pattern = patternScore(ctx), pawns = pawnScore(ctx);
+    const int kingW = kingScore(ctx, WHITE), kingB = kingScore(ctx, BLACK);
+    const int piecesW = pieceScore(ctx, WHITE), piecesB = pieceScore(ctx, BLACK);
+    const int racing = racingPasserScore(ctx);
+    int s = material + pattern + pawns + kingW + piecesW + racing - kingB - piecesB;
+    if (trace) *trace = {material, pattern, pawns, kingW, kingB, piecesW, piecesB, racing, s, nullptr, nullptr, 0, 0, false};
+
+    // Draw recognition; the racing term, when it speaks, overrides the rook-pawn rules.
+    const Counts w(pos.side[WHITE].material), b(pos.side[BLACK].material);
+    const char* drawRule = nullptr;
+    bool scale = true;
+    if (racing == 0 && s < 0 && rookPawnDraw(pos, BLACK)) {
+        drawRule = "black rook pawns or wrong bishop";
+        s = 0;
+    } else if (racing == 0 && s > 0 && rookPawnDraw(pos, WHITE)) {
+        drawRule = "white rook pawns or wrong bishop";
+        s = 0;
+    } else if (racing != 0 || s != 0) {
+        if ((s > 0 && cannotWin(w, pos.side[WHITE].pieces[BISHOP] != 0)) ||
+            (s < 0 && cannotWin(b, pos.side[BLACK].pieces[BISHOP] != 0))) {
+            drawRule = "insufficient material";
+            s = 0;
+            scale = false;
+        }
+    }
+    const char* scaleRule = nullptr;
+    if (scale) s = scaleByPawns(s, pos, w, b, scaleRule);
+    if (trace) {
+        trace->drawRule = drawRule;
+        trace->scaleRule = scaleRule;
+        trace->final = s;
+    }
+    return s;
+}
+
+}  // namespace
+
+void initEvalContext(EvalContext& ctx, const Position* pos) {
+    ctx.pos = pos;
+    ctx.pawnTable = PawnTable{};
+    resetPawnTable(ctx.pawnTable, pos);
+    ctx.evalCount = 0;
+    ctx.passers[WHITE] = ctx.passers[BLACK] = 0;
+    ctx.shelter[WHITE] = ctx.shelter[BLACK] = 0;
+    ctx.pawnEntry = nullptr;
+    // Each slot starts with a key that cannot map to it, so no empty slot ever matches.
+    for (int i = 0; i < kEvalCacheSize; ++i) ctx.cache[i] = {static_cast<uint64_t>(i ^ 1), 0};
+}
+
+void freeEvalContext(EvalContext& ctx) { freePawnTable(ctx.pawnTable); }
+
+int materialScore(const EvalContext& ctx) {
+    const uint32_t mw = ctx.pos->side[WHITE].material, mb = ctx.pos->side[BLACK].material;
+    const Counts w(mw), b(mb);
+    const uint32_t sum = mw + mb;  // fields add up; the pawn field wraps with sixteen pawns
+    const int pieces = static_cast<int>(sum >> 28);
+    int base = (w.pawns + w.points - b.points - b.pawns) * (100 + (32 - w.points - b.points) / 2);
+    if ((mw ^ mb) >> 28) base += (w.pieces - b.pieces) * 2 * (50 - pieces);
+    if (w.rooks != b.rooks) {
+        base += 2 * (w.rooks - b.rooks) * (2 * (11 - pieces) - static_cast<int>((sum >> 8) & 15));
+        if (w.queens == b.queens) base += 24 * ((b.rooks >= 2) - (w.rooks >= 2));
+    }
+    if (w.bishops != b.bishops) {
+        const int anyRook = (w.rooks + b.rooks) ? 12 : 0;
+        const int knights = (w.knights + b.knights >= 2) ? 8 : 0;
+        base += (w.bishops - b.bishops) * (anyRook + knights - 4 - ((w.pawns + b.pawns) * 3 >> 1)) +
+                2 * ((w.bishops >= 2) - (b.bishops >= 2)) * (28 - pieces);
+    }
+    return base;
+}
+
+int patternScore(const EvalContext& ctx) {
+    const Position& pos = *ctx.pos;
+    int score = 0;
+    for (const TrapRule& t : kTraps)
+        if (pos.board[t.square] == t.piece && pos.board[t.pawnSquare] == t.pawn) score += t.value;
+    for (const BlockedBishop& t : kBlockedBishops)
+        if (pos.board[t.square] == t.bishop && pos.board[t.pawnSquare] == t.pawn && pos.board[t.frontSquare])
+            score += t.value;
+    for (const bool queenSide : {true, false})
+        score += shutInRook(pos, BLACK, queenSide) - shutInRook(pos, WHITE, queenSide);
+    return score;
+}
+
+int evaluate(EvalContext& ctx) {
+    const Position& pos = *ctx.pos;
+    ++ctx.evalCount;
+    const uint64_t key = pos.hashKey ^ pos.sideToMove;
+    EvalCacheEntry& slot = ctx.cache[key & (kEvalCacheSize - 1)];
+    if (slot.key == key) return slot.score;
+    const int s = scoreFromWhite(ctx, nullptr);
+    const int result = pos.sideToMove == WHITE ? kTempo + s : kTempo - s;
+    slot = {key, result};
+    return result;
+}
+
+int evaluateTraced(EvalContext& ctx, EvalTrace& trace) {
+    const Position& pos = *ctx.pos;
+    const uint64_t key = pos.hashKey ^ pos.sideToMove;
+    const EvalCacheEntry& slot = ctx.cache[key & (kEvalCacheSize - 1)];
+    const bool cached = slot.key == key;
+    const int result = evaluate(ctx);
+    const int s = scoreFromWhite(ctx, &trace);
+    trace.result = pos.sideToMove == WHITE ? kTempo + s : kTempo - s;
+    trace.cacheHit = cached;
+    return result;
+}
+
+}  // namespace quarn
