@@ -332,6 +332,18 @@ Move* generateCapturesT(const Position& pos, Move* list, int margin) {
                   kingAttacks[ksq] & victims & ~pos.state.enemyAttacks & ~kingAttacks[t.kingSquare]);
 }
 
+// The king on its home square, the right for that side and the squares between king and rook
+// empty. Attacks are left to the caller.
+bool castlingPossible(const Position& pos, int from, int to) {
+    const int us = static_cast<int>(pos.sideToMove);
+    const int home = us == WHITE ? 4 : 60;
+    if (from != home || (to != home + 2 && to != home - 2)) return false;
+    const bool shortSide = to > from;
+    const uint8_t right = us == WHITE ? (shortSide ? WHITE_SHORT : WHITE_LONG) : (shortSide ? BLACK_SHORT : BLACK_LONG);
+    const Bitboard path = shortSide ? (0x60ULL << (us == WHITE ? 0 : 56)) : (0x0EULL << (us == WHITE ? 0 : 56));
+    return (pos.state.castling & right) && !(pos.occupied & path);
+}
+
 }  // namespace
 
 void computeAttackInfo(Position& pos) {
@@ -385,7 +397,13 @@ bool isValidMove(const Position& pos, Move m) {
             if (type != PAWN || !ep || ep != to - (us == WHITE ? 8 : -8) ||
                 pos.board[ep] != pieceCode(us ^ 1, PAWN))
                 return false;
-        } else if (promotionType(m) && type != PAWN) {
+        } else if (promotionType(m)) {
+            // Stricter than a quick filter needs to be: a promotion whose captured field does not
+            // match the board would make a phantom piece appear or vanish.
+            if (type != PAWN || pos.board[to] != captured || !(squareBit[to] & (kRank1 | kRank8)))
+                return false;
+        } else if (isCastling(m) && !castlingPossible(pos, from, to)) {
+            // Likewise a castling move the position does not allow would move a phantom rook.
             return false;
         }
     } else if (pos.board[to] != captured) {

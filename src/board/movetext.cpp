@@ -17,7 +17,9 @@ char* writeMoveLong(const Position& pos, char* buf, Move m) {
     } else {
         const int from = fromSquare(m), to = toSquare(m);
         const int code = pos.board[from] ? pos.board[from] : pos.board[to];
-        if (typeOf(code) != PAWN && typeOf(code) != NO_TYPE) *out++ = kPromotionLetters[typeOf(code)];
+        // Other types than pawns get their letter; an empty square (the piece has moved on
+        // since) gives the table's blank.
+        if (typeOf(code) != PAWN) *out++ = kPromotionLetters[typeOf(code)];
         out = writeSquare(out, from);
         if (capturedCode(m)) *out++ = 'x';
         out = writeSquare(out, to);

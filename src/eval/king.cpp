@@ -17,9 +17,7 @@ const int kingMgPenalty[64] = {
     1,  0,  2,  3,  3,  2,  0,  1,   //
 };
 
-namespace {
-
-constexpr int kKingEg[64] = {
+const int kingEgTable[64] = {
     -28, -24, -22, -20, -20, -22, -24, -28,  //
     -18, -8,  -2,  2,   2,   -2,  -8,  -18,  //
     -6,  2,   16,  24,  24,  16,  2,   -6,   //
@@ -29,6 +27,8 @@ constexpr int kKingEg[64] = {
     -18, -8,  -2,  2,   2,   -2,  -8,  -18,  //
     -28, -24, -22, -20, -20, -22, -24, -28,  //
 };
+
+namespace {
 
 // Endgame weight by the opponent's points 0..15.
 constexpr int kKingEgScale[16] = {32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 24, 24, 16, 16, 12, 8};
@@ -100,7 +100,7 @@ int kingScore(EvalContext& ctx, int c) {
     t += kOneStepWeakPawn * popCount(d1 & weak);
     const Bitboard d2 = grow(d1 & safe);
     t += kTwoStepsWeakPawn * popCount(d2 & weak);
-    return (t + kKingEg[k ^ flipSquare[c]]) * kKingEgScale[oppPoints] / 32;
+    return (t + kingEgTable[k ^ flipSquare[c]]) * kKingEgScale[oppPoints] / 32;
 }
 
 }  // namespace quarn

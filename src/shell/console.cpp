@@ -8,6 +8,9 @@
 #include "board/movegen.h"
 #include "board/movetext.h"
 #include "board/perft.h"
+#include "search/pool.h"
+#include "search/timecontrol.h"
+#include "search/tt.h"
 #include "shell/clock.h"
 
 namespace quarn {
@@ -34,9 +37,16 @@ int depthArgument() {
     return word ? static_cast<int>(std::strtol(word, nullptr, 10)) : 1;
 }
 
-// Perft walks the history one ply per level, so its depth is bounded by the room left there.
-bool depthFits(const Position& pos, int depth) {
-    if (depth < kHistorySize - static_cast<int>(pos.ply)) return true;
+// The next blank-separated word when it is not empty.
+const char* nextArgument(bool hadBlank) {
+    const char* word = hadBlank ? std::strtok(nullptr, " ") : nullptr;
+    return word && word[0] ? word : nullptr;
+}
+
+// Perft and divide make one move per level above the last, so the plies they play must fit
+// in the room left in the history.
+bool depthFits(const Position& pos, int depth, int plies) {
+    if (plies < kHistorySize - static_cast<int>(pos.ply)) return true;
     std::fprintf(stderr, "console: depth %i too deep\n", depth);
     return false;
 }
@@ -107,18 +117,33 @@ LineOutcome consoleCommand(char* input, size_t length) {
         const char* text = hadBlank ? std::strtok(nullptr, "") : nullptr;
         if (text) setGameFen(text);
         printBoard(game, stdout, false);
+    } else if (!std::strcmp(word, "g")) {
+        const char* next = hadBlank ? std::strtok(nullptr, " ") : nullptr;
+        if (!next || std::strcmp(next, "tt")) tt.clear();
+        startSearch(game, nullptr);
+        waitIdle();
     } else if (!std::strcmp(word, "%")) {
         if (!historyFull(game)) makeNullMove(game);
     } else if (!std::strcmp(word, "quit")) {
         return LineOutcome::QUIT;
     } else if (!std::strcmp(word, "divide")) {
         const int depth = hadBlank ? depthArgument() : 1;
-        if (depth && depthFits(game, depth)) divide(game, depth);
+        if (depth && depthFits(game, depth, depth > 2 ? depth - 1 : 1)) divide(game, depth);
     } else if (!std::strcmp(word, "perft")) {
         const int depth = hadBlank ? depthArgument() : 1;
-        if (depth && depthFits(game, depth)) runPerft(depth);
+        if (depth && depthFits(game, depth, depth - 1)) runPerft(depth);
     } else if (!std::strcmp(word, "m")) {
         listMoves(game);
+    } else if (!std::strcmp(word, "md")) {
+        if (const char* arg = nextArgument(hadBlank)) timeControl.depthLimit = static_cast<int>(std::strtol(arg, nullptr, 10));
+        std::printf("maxdepth=%i\n", timeControl.depthLimit);
+    } else if (!std::strcmp(word, "mn")) {
+        if (const char* arg = nextArgument(hadBlank)) timeControl.setNodeLimit(std::strtol(arg, nullptr, 10));
+        std::printf("maxnodes=%i\n", static_cast<int>(static_cast<uint32_t>(timeControl.nodeLimitNow)));
+    } else if (!std::strcmp(word, "mt")) {
+        if (const char* arg = nextArgument(hadBlank))
+            timeControl.setMoveTime(static_cast<uint32_t>(std::strtol(arg, nullptr, 10)) * 1000u);
+        std::printf("maxtime=%3.2fs\n", timeControl.timeLimitMs[2] / 1000.0);
     } else if (looksLikeMoveText(input, length, cut)) {
         playMoveText(word);
     } else if (looksLikeFen(word)) {

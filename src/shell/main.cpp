@@ -10,6 +10,9 @@
 #include "board/fen.h"
 #include "board/position.h"
 #include "eval/evalprint.h"
+#include "search/pool.h"
+#include "search/tt.h"
+#include "shell/bench.h"
 #include "shell/config.h"
 #include "shell/console.h"
 #include "shell/lineinput.h"
@@ -37,7 +40,7 @@ bool readOptions(int argc, char** argv) {
         if (!std::strcmp(argv[i], "--logdir") && i + 1 < argc) {
             quarn::setLogDirectory(argv[++i]);
         } else {
-            std::fprintf(stderr, "quarn: unknown option '%s'\nusage: quarn [--logdir DIR] | quarn eval \"<FEN>\"\n", argv[i]);
+            std::fprintf(stderr, "quarn: unknown option '%s'\nusage: quarn [--logdir DIR] | quarn bench [depth] | quarn eval \"<FEN>\"\n", argv[i]);
             return false;
         }
     }
@@ -45,6 +48,8 @@ bool readOptions(int argc, char** argv) {
 }
 
 constexpr int kUsageError = 2;
+// The table's size at start-up, the same as the Hash option's default (32 MB).
+constexpr uint32_t kDefaultHashKb = 32768;
 
 // `quarn eval "<FEN>"`: every evaluation term of one position, then exit.
 int evalMode(const char* fen) {
@@ -65,6 +70,13 @@ int evalMode(const char* fen) {
 int main(int argc, char** argv) {
     using namespace quarn;
     unbufferStreams();
+    if (argc >= 2 && !std::strcmp(argv[1], "bench")) {
+        if (argc > 3) {
+            std::fputs("usage: quarn bench [depth]\n", stderr);
+            return kUsageError;
+        }
+        return runBench(argc == 3 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 0);
+    }
     if (argc >= 2 && !std::strcmp(argv[1], "eval")) {
         if (argc != 3) {
             std::fputs("usage: quarn eval \"<FEN>\"\n", stderr);
@@ -81,7 +93,13 @@ int main(int argc, char** argv) {
     initTables();
     initCastleKeys();
     if (configTable().read(kConfigFileName)) std::printf("inifile=%s\n", kConfigFileName);
+    std::printf("\nallocating hash...");
+    const uint32_t bytes = tt.resize(kDefaultHashKb);
+    std::printf("allocated %u bytes=%uMb\n", bytes, bytes >> 20);
     setFen(gamePosition(), kStartFen);
+    std::puts("starting threads...");
+    initThreads();
+    waitIdle();
     std::puts("\ninitialized");
     initHistory();
 

@@ -1,0 +1,170 @@
+#include "search/pool.h"
+
+#include <cstring>
+#include <new>
+
+#include "search/timecontrol.h"
+#include "search/tt.h"
+#include "shell/clock.h"
+#include "shell/log.h"
+
+namespace quarn {
+
+SearchPool pool;
+
+namespace {
+
+void wake(SearchThread& t) {
+    std::lock_guard<std::mutex> lock(t.signalMutex);
+    t.stopRequested.store(0);
+    if (t.busy) return;  // already running: nothing to release twice
+    t.busy = true;
+    t.woken = true;
+    t.signal.notify_all();
+}
+
+void waitUntilIdle(SearchThread& t) {
+    std::unique_lock<std::mutex> lock(t.signalMutex);
+    t.signal.wait(lock, [&] { return !t.busy; });
+}
+
+void stopThread(SearchThread& t) {
+    t.stopRequested.store(1);
+    t.requestStop();
+}
+
+void clearForSearch(SearchThread& t) {
+    t.stopFlag.store(0);
+    std::memset(&t.stats, 0, sizeof t.stats);
+    std::memset(t.killers, 0, sizeof t.killers);
+    t.maxPly = 0;
+    t.savedState = t.pos.state;
+    t.savedFiftyStart = t.pos.state.fiftyStart;
+}
+
+// Thread 0's work: the other threads along, iterative deepening, then the statistics.
+void masterDriver(SearchThread& t) {
+    for (int i = 1; i < pool.threadCount; ++i) wake(*pool.threads[i]);
+    iterate(pool.root);
+    for (int i = 1; i < pool.threadCount; ++i) stopThread(*pool.threads[i]);
+    SearchStats sum = t.stats;
+    for (int i = 1; i < pool.threadCount; ++i) sum.add(pool.threads[i]->stats);
+    printStatistics(sum, tt.entryCount(), (clockMs() - timeControl.startMs) * 0.001);
+}
+
+void threadMain(SearchThread* t) {
+    std::unique_lock<std::mutex> lock(t->signalMutex);
+    for (;;) {
+        // Announce idle and block until woken.
+        t->busy = false;
+        t->signal.notify_all();
+        t->signal.wait(lock, [&] { return t->woken; });
+        t->woken = false;
+        if (t->quit.load()) {
+            t->busy = false;
+            t->signal.notify_all();
+            return;
+        }
+        lock.unlock();
+        clearForSearch(*t);
+        if (t->index == 0) masterDriver(*t);
+        lock.lock();
+    }
+}
+
+void startThread(int index) {
+    auto* t = new SearchThread();
+    t->index = static_cast<uint32_t>(index);
+    t->eval = new EvalContext();
+    initEvalContext(*t->eval, &t->pos);
+    resizePawnTable(t->eval->pawnTable, kSearchPawnEntries);
+    t->busy = true;  // until the thread announces itself idle
+    pool.threads[index] = t;
+    t->handle = std::thread(threadMain, t);
+}
+
+void endThread(int index) {
+    SearchThread* t = pool.threads[index];
+    t->quit.store(1);
+    stopThread(*t);
+    waitUntilIdle(*t);
+    {
+        std::lock_guard<std::mutex> lock(t->signalMutex);
+        t->woken = true;
+        t->busy = true;
+        t->signal.notify_all();
+    }
+    t->handle.join();
+    freeEvalContext(*t->eval);
+    delete t->eval;
+    delete t;
+    pool.threads[index] = nullptr;
+}
+
+}  // namespace
+
+void SearchStats::add(const SearchStats& o) {
+    const auto* src = reinterpret_cast<const uint64_t*>(&o);
+    auto* dst = reinterpret_cast<uint64_t*>(this);
+    for (size_t i = 0; i < sizeof(SearchStats) / sizeof(uint64_t); ++i) dst[i] += src[i];
+}
+
+void setThreads(int n) {
+    n = n < 1 ? 1 : n > kMaxThreads ? kMaxThreads : n;
+    for (int i = pool.threadCount; i < n; ++i) startThread(i);
+    for (int i = pool.threadCount - 1; i >= n; --i) endThread(i);
+    pool.threadCount = n;
+    waitIdle();
+    pool.root.master = pool.threads[0];
+    pool.root.position = &pool.threads[0]->pos;
+}
+
+void initThreads() {
+    if (pool.threadCount == 0) {
+        startThread(0);
+        pool.threadCount = 1;
+    }
+    setThreads(1);
+}
+
+void startSearch(const Position& pos, SearchReporter* reporter) {
+    SearchThread& master = *pool.threads[0];
+    waitUntilIdle(master);
+    pool.stopping.store(0);
+    copyPosition(master.pos, pos);
+    RootSearch& root = pool.root;
+    root.reporter = reporter;
+    root.rootStop.store(0);
+    root.depth = 0;
+    root.bestMove = 0;
+    root.rootPv[0] = 0;
+    std::memset(&master.stats, 0, sizeof master.stats);
+    tt.resetCounters();
+    timeControl.reset();
+    tt.newSearch();
+    wake(master);
+}
+
+void stopSearch() {
+    pool.stopping.store(1);
+    pool.root.rootStop.store(1);
+    for (int i = 0; i < pool.threadCount; ++i) stopThread(*pool.threads[i]);
+    waitIdle();
+}
+
+void waitIdle() {
+    for (int i = 0; i < pool.threadCount; ++i) waitUntilIdle(*pool.threads[i]);
+}
+
+void setQuiet(bool on) {
+    pool.root.quiet = on ? 1 : 0;
+    setLogLevel(on ? kLogQuiet : kLogNormal);
+}
+
+void shutdownThreads() {
+    stopSearch();
+    for (int i = pool.threadCount - 1; i >= 0; --i) endThread(i);
+    pool.threadCount = 0;
+}
+
+}  // namespace quarn

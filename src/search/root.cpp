@@ -1,0 +1,379 @@
+#include "search/root.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "board/movegen.h"
+#include "board/movetext.h"
+#include "eval/see.h"
+#include "search/search.h"
+#include "search/timecontrol.h"
+#include "search/tt.h"
+#include "shell/clock.h"
+#include "shell/log.h"
+
+namespace quarn {
+
+namespace {
+
+constexpr int kRootSortBias = 1000;
+constexpr int kFullWidthDepth = 3;  // shallower iterations use the full window
+constexpr int kAspirationDeltas[] = {25, 75, 150, 350, 550, 1150, 60000};
+constexpr int kDeltaCount = sizeof kAspirationDeltas / sizeof kAspirationDeltas[0];
+constexpr int kMaxDepth = 120;
+constexpr int kMateLineScore = 29000;
+constexpr char kScaleSuffix[] = " kmgt";
+
+uint64_t nodesOf(const RootSearch& root) { return root.master->stats.total(); }
+
+int clampScore(int s) { return s < -kInfinity ? -kInfinity : s > kInfinity ? kInfinity : s; }
+
+// A count scaled by 1024 while above 99999 (at most `times` times), with its suffix.
+uint64_t scaleCount(uint64_t n, char& suffix, int times) {
+    int i = 0;
+    while (n > 99999 && i < times) {
+        n /= 1024;
+        ++i;
+    }
+    suffix = kScaleSuffix[i];
+    return n;
+}
+
+bool stopNow(RootSearch& root) {
+    if (root.master->stopped() || timeControl.outOfBudget(nodesOf(root))) {
+        root.rootStop.store(1);
+        return true;
+    }
+    return false;
+}
+
+// The root's static evaluation, from the table when it has one.
+int rootStaticEval(RootSearch& root) {
+    TtEntry e;
+    if (tt.probe(*root.position, e)) return e.staticEval;
+    return evaluate(*root.master->eval);
+}
+
+void storeRoot(RootSearch& root, int depth, int score, Move move, TtBound bound) {
+    TtEntry e{};
+    e.move = move;
+    e.score = static_cast<int16_t>(scoreToTt(score, 0));
+    e.depth = static_cast<int16_t>(depth);
+    e.staticEval = static_cast<int16_t>(rootStaticEval(root));
+    e.bound = bound;
+    tt.store(*root.position, e);
+}
+
+// The moves of a line in long form, made one by one so every piece letter is right.
+void writeLine(Position& pos, const Move* line, char* out, size_t size) {
+    UndoState saved[kMaxPly];
+    int made = 0;
+    size_t used = 0;
+    out[0] = 0;
+    for (; line[made] && made < kMaxPly - 1 && used + kMoveTextSize + 1 < size; ++made) {
+        const Move m = line[made] & kIdentityMask;
+        if (used) out[used++] = ' ';
+        used = static_cast<size_t>(writeMoveLong(pos, out + used, m) - out);
+        saved[made] = pos.state;
+        makeMove(pos, m);
+    }
+    while (made > 0) {
+        --made;
+        unmakeMove(pos, line[made] & kIdentityMask, saved[made]);
+    }
+}
+
+void reportNewPv(RootSearch& root, int depth, int score, Move move) {
+    if (!root.quiet) {
+        char text[1024];
+        writeLine(*root.position, root.rootPv, text, sizeof text - 2);
+        std::strcat(text, "\n");
+        printSearchLine(root, score, text);
+    }
+    if (root.reporter) root.reporter->reportPv(static_cast<uint32_t>(depth), score, move);
+}
+
+void printMoveLine(RootSearch& root, int score, const char* prefix, Move m) {
+    if (root.quiet) return;
+    char text[64];
+    char move[kMoveTextSize];
+    writeMoveLong(*root.position, move, m);
+    std::snprintf(text, sizeof text, "%s%s\n", prefix, move);
+    printSearchLine(root, score, text);
+}
+
+// Writes the PV into the table as exact entries, so the next iteration follows it.
+void storePv(RootSearch& root, int depth, int score) {
+    Position& pos = *root.position;
+    UndoState saved[kMaxPly];
+    int made = 0;
+    for (; root.rootPv[made] && made < kMaxPly - 1; ++made) {
+        const Move m = root.rootPv[made] & kIdentityMask;
+        TtEntry old;
+        const bool had = tt.probe(pos, old);
+        const int staticEval = had ? old.staticEval : evaluate(*root.master->eval);
+        tt.remove(pos);
+        TtEntry e{};
+        e.move = m;
+        e.score = static_cast<int16_t>(scoreToTt(score, made));
+        e.depth = static_cast<int16_t>(depth - made);
+        e.staticEval = static_cast<int16_t>(staticEval);
+        e.bound = BOUND_EXACT;
+        tt.store(pos, e);
+        saved[made] = pos.state;
+        makeMove(pos, m);
+        computeAttackInfo(pos);
+        score = -score;
+    }
+    while (made > 0) {
+        --made;
+        unmakeMove(pos, root.rootPv[made] & kIdentityMask, saved[made]);
+    }
+}
+
+// The stop rules between iterations; returns the text of the last search line, or null to go on.
+const char* stopReason(RootSearch& root, int depth, int score) {
+    const uint64_t nodes = nodesOf(root);
+    if (timeControl.nodeLimitNow && nodes >= static_cast<uint64_t>(timeControl.nodeLimitNow)) return "stopped\n";
+    if (root.rootStop.load() || root.master->stopped() ||
+        clockMs() - timeControl.startMs > static_cast<uint32_t>(timeControl.limitMs))
+        return "stopped\n";
+    timeControl.noteIterationScore(score);
+    if (timeControl.infinite) return nullptr;
+    if (kMateScore - std::abs(score) <= depth + 1) return "(optimal)\n";
+    if (depth > 1 && root.rootMoveCount == 1) return "single move\n";
+    if (clockMs() - timeControl.startMs > timeControl.timeLimitMs[1]) return "ok/stop\n";
+    if (timeControl.nodeLimit[1] != 0 && nodes > static_cast<uint64_t>(timeControl.nodeLimit[1]))
+        return "ok/stopnodes\n";
+    return nullptr;
+}
+
+// Root moves after the best, by the nodes they took: the hard ones come first.
+void sortBySubtree(RootSearch& root) {
+    for (int i = 2; i < root.rootMoveCount; ++i) {
+        const RootMove m = root.rootMoves[i];
+        int j = i;
+        while (j > 1 && root.rootMoves[j - 1].sortKey < m.sortKey) {
+            root.rootMoves[j] = root.rootMoves[j - 1];
+            --j;
+        }
+        root.rootMoves[j] = m;
+    }
+}
+
+}  // namespace
+
+int buildRootMoves(RootSearch& root) {
+    Move moves[kMaxMoves];
+    Move* end = generateMoves(*root.position, moves);
+    root.rootMoveCount = static_cast<int>(end - moves);
+    for (int i = 0; i < root.rootMoveCount; ++i) {
+        const int value = see(*root.position, moves[i]);
+        root.rootMoves[i] = {moves[i], static_cast<uint64_t>(value + kRootSortBias), value};
+    }
+    // Exchange passes: a larger key moves in front of its predecessor.
+    for (bool swapped = true; swapped;) {
+        swapped = false;
+        for (int i = 1; i < root.rootMoveCount; ++i) {
+            if (root.rootMoves[i].sortKey > root.rootMoves[i - 1].sortKey) {
+                const RootMove m = root.rootMoves[i];
+                root.rootMoves[i] = root.rootMoves[i - 1];
+                root.rootMoves[i - 1] = m;
+                swapped = true;
+            }
+        }
+    }
+    for (int i = 0; i < root.rootMoveCount; ++i) root.rootMoves[i].sortKey = 0;
+    return root.rootMoveCount;
+}
+
+int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
+    SearchThread& t = *root.master;
+    Position& pos = *root.position;
+    const UndoState saved = pos.state;
+    int best = -kInfinity;
+    for (int k = 0; k < root.rootMoveCount; ++k) {
+        // 1. Stop test.
+        if (stopNow(root)) return best;
+        // 2. Make the move and report it.
+        const Move m = root.rootMoves[k].move;
+        const uint64_t before = nodesOf(root);
+        makeMove(pos, m);
+        computeAttackInfo(pos);
+        tt.prefetch(pos);
+        if (root.reporter) root.reporter->reportCurrentMove(static_cast<uint32_t>(depth), static_cast<uint32_t>(k), m);
+        int score;
+        if (k == 0) {
+            // 3. The first move with the full window.
+            score = -search(t, 1, depth - 1, -beta, -alpha, NODE_PV);
+            if (score <= alpha) timeControl.firstMoveFailedLow();
+        } else {
+            // 4. The others with a zero window, re-searched when they beat the best.
+            score = -search(t, 1, depth - 1, -alpha - 1, -alpha, NULL_ALLOWED | NODE_CUT);
+            if (!stopNow(root) && score > alpha) {
+                timeControl.newBestMoveSearch();
+                char prefix[32];
+                std::snprintf(prefix, sizeof prefix, "++%i/%i ", k + 1, root.rootMoveCount);
+                unmakeMove(pos, m, saved);
+                printMoveLine(root, score, prefix, m);
+                makeMove(pos, m);
+                computeAttackInfo(pos);
+                score = -search(t, 1, depth - 1, -beta, -alpha, NODE_PV);
+                if (!t.stopped() && score <= alpha) {
+                    unmakeMove(pos, m, saved);
+                    printMoveLine(root, score, "--", m);
+                    makeMove(pos, m);
+                    computeAttackInfo(pos);
+                }
+                timeControl.newBestMoveDone();
+            }
+        }
+        // 5. Unmake; a stopped search leaves this move unscored.
+        unmakeMove(pos, m, saved);
+        if (stopNow(root)) return best;
+        // 6. Score and effort of the move.
+        root.rootMoves[k].score = score;
+        root.rootMoves[k].sortKey = nodesOf(root) - before;
+        if (k == 0) timeControl.checkScoreDrop(score);
+        if (score > best) best = score;
+        // 7. A new best move.
+        if (score > alpha) {
+            if (k > 0) {
+                const RootMove tmp = root.rootMoves[k];
+                root.rootMoves[k] = root.rootMoves[0];
+                root.rootMoves[0] = tmp;
+            }
+            root.bestMove = m;
+            root.rootPv[0] = m;
+            int i = 0;
+            for (; i + 1 < kMaxPly - 1 && t.pv[1][i]; ++i) root.rootPv[i + 1] = t.pv[1][i] & kIdentityMask;
+            root.rootPv[i + 1] = 0;
+            storeRoot(root, depth, score, m, BOUND_LOWER);
+            reportNewPv(root, depth, score, m);
+            if (score >= beta) return score;
+            alpha = score;
+        }
+    }
+    if (root.rootMoveCount && root.rootMoves[0].score > alpha)
+        storeRoot(root, depth, alpha, root.rootMoves[0].move, BOUND_EXACT);
+    return best;
+}
+
+void iterate(RootSearch& root) {
+    // 1. Root moves; none means the game is over.
+    if (!buildRootMoves(root)) {
+        const bool mated = inCheck(*root.position);
+        if (root.reporter) root.reporter->reportFinished(0, mated ? -kMateScore : 0, 0);
+        return;
+    }
+    int depth = 1, score = 0;
+    uint64_t previousNodes = 1;
+    for (;; ++depth) {
+        // 2. A new iteration.
+        root.depth = depth;
+        timeControl.setDepthDone(depth);
+        timeControl.failLowResolved();
+        const uint64_t startNodes = nodesOf(root);
+        // 3. Full window while shallow, then aspiration around the last score.
+        if (depth <= kFullWidthDepth) {
+            score = searchRoot(root, depth, -kInfinity, kInfinity);
+        } else {
+            const int p = root.rootMoves[0].score;
+            int low = 0, high = 0;
+            int alpha = clampScore(p - kAspirationDeltas[0]), beta = clampScore(p + kAspirationDeltas[0]);
+            for (;;) {
+                score = searchRoot(root, depth, alpha, beta);
+                if (root.rootStop.load()) break;
+                if (score >= beta && beta < kInfinity) {
+                    while (high < kDeltaCount - 1 && p + kAspirationDeltas[high] <= score) ++high;
+                    beta = clampScore(p + kAspirationDeltas[high]);
+                } else if (score <= alpha && alpha > -kInfinity) {
+                    while (low < kDeltaCount - 1 && p - kAspirationDeltas[low] >= score) ++low;
+                    alpha = clampScore(p - kAspirationDeltas[low]);
+                } else {
+                    break;
+                }
+            }
+        }
+        score = root.rootMoves[0].score;
+        // 4. The PV into the table.
+        if (!root.rootStop.load()) storePv(root, depth, score);
+        // 5. Stop rules.
+        const uint64_t iterationNodes = nodesOf(root) - startNodes;
+        if (const char* reason = stopReason(root, depth, score)) {
+            printSearchLine(root, score, reason);
+            break;
+        }
+        if (!root.quiet) {
+            char text[32];
+            std::snprintf(text, sizeof text, "ok/%2.1f\n",
+                          static_cast<double>(iterationNodes) / static_cast<double>(previousNodes));
+            printSearchLine(root, score, text);
+        }
+        previousNodes = iterationNodes ? iterationNodes : 1;
+        // 6. Depth limits.
+        if (depth == kMaxDepth || (timeControl.depthLimit && depth + 1 > timeControl.depthLimit)) break;
+        // 7. The rest of the root moves by effort.
+        sortBySubtree(root);
+    }
+    // 8. Done.
+    if (root.reporter)
+        root.reporter->reportFinished(static_cast<uint32_t>(depth), root.rootMoves[0].score, root.rootMoves[0].move);
+}
+
+void printSearchLine(const RootSearch& root, int score, const char* text) {
+    if (root.quiet) return;
+    char buf[1200];
+    // The depth is right-aligned in three characters, the bracket included.
+    int n = std::snprintf(buf, sizeof buf, "%s[%i/%i] %s", root.depth < 10 ? "  " : root.depth < 100 ? " " : "",
+                      root.depth, root.master->maxPly, root.master->maxPly < 10 ? " " : "");
+    const uint32_t ms = clockMs() - timeControl.startMs;
+    if (ms < 60000) {
+        n += std::snprintf(buf + n, sizeof buf - n, "%8.3f", ms / 1000.0);
+    } else {
+        const unsigned s = ms / 1000;
+        n += std::snprintf(buf + n, sizeof buf - n, "%2u:%02u:%02u", s / 3600, s / 60 % 60, s % 60);
+    }
+    char suffix;
+    const uint64_t nodes = scaleCount(nodesOf(root), suffix, 2);
+    n += std::snprintf(buf + n, sizeof buf - n, "%8i%c", static_cast<int>(nodes), suffix);
+    if (score >= kMateLineScore)
+        n += std::snprintf(buf + n, sizeof buf - n, "     %+3i#", (30001 - score) / 2);
+    else if (score <= -kMateLineScore)
+        n += std::snprintf(buf + n, sizeof buf - n, "     %+3i#", (-30000 - score) / 2);
+    else
+        n += std::snprintf(buf + n, sizeof buf - n, "%8i ", score);
+    if (text) std::snprintf(buf + n, sizeof buf - n, " %s", text);
+    std::fputs(buf, stdout);
+}
+
+void printStatistics(const SearchStats& s, uint32_t entryCount, double seconds) {
+    auto pct = [](uint64_t part, uint64_t whole) { return whole ? 100.0 * part / whole : 0.0; };
+    const uint64_t total = s.total();
+    char suffix;
+    const uint64_t nps = scaleCount(seconds > 0 ? static_cast<uint64_t>(total / seconds) : 0, suffix, 4);
+    logMessage("nodes  : i=%5.2f%%, f=%5.2f%%, q=%5.2f%%, p=%5.2f%%, nps=%i%c\n", pct(s.nodes, total),
+               pct(s.frontier, total), pct(s.qnodes, total), pct(s.pruned, total), static_cast<int>(nps), suffix);
+    const uint64_t typed = s.pvNodes + s.cutNodes + s.allNodes + s.mates;
+    logMessage("inodes : pv=%5.2f%%, cut=%5.2f%%, all=%5.2f%%, end=%5.2f%%\n", pct(s.pvNodes, typed),
+               pct(s.cutNodes, typed), pct(s.allNodes, typed), pct(s.mates, typed));
+    char probeSuffix;
+    const uint64_t probes = scaleCount(s.ttProbes, probeSuffix, 4);
+    logMessage("tt     : probes=%i%c, hits=%5.2f%%, cuts=%5.2f%%, upd=%5.2f%%, full=%5.2f%%\n",
+               static_cast<int>(probes), probeSuffix, pct(s.ttHits, s.ttProbes), pct(s.ttCuts, s.ttProbes),
+               pct(tt.updates, tt.updates + tt.replacements),
+               pct(tt.replacements - tt.liveReplacements, entryCount));
+    logMessage("order  : 1stpv=%5.2f%%, 1stcut=%5.2f%%\n", pct(s.firstMovePv, s.pvNodes),
+               pct(s.firstMoveCuts, s.cutNodes));
+    logMessage("killers: %5.2f%%, #=%i/%i, killed=%5.2f%%\n", pct(s.killerCuts, s.cutNodes),
+               static_cast<int>(s.killerCuts), static_cast<int>(s.killerTries), pct(s.killerCuts, s.killerTries));
+    logMessage("null   : %5.2f%%, cuts=%5.2f%%\n", pct(s.nullTries, s.nodes), pct(s.nullCuts, s.nullTries));
+    logMessage("iid    : %5.2f%%\n", pct(s.iid, s.nodes));
+    char reduceSuffix;
+    const uint64_t tries = scaleCount(s.reduceTries, reduceSuffix, 4);
+    logMessage("reduce :  tries=%i%c", static_cast<int>(tries), reduceSuffix);
+    logMessage(", fail=%5.2f%%\n", pct(s.reduceFails, s.reduceTries));
+}
+
+}  // namespace quarn

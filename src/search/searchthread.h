@@ -1,0 +1,76 @@
+// One search thread's own record: its position, evaluation state, PV and killer tables,
+// statistics and the signals that start and stop it.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+
+#include "board/position.h"
+#include "eval/evaluate.h"
+
+namespace quarn {
+
+// Plies a search can reach; deeper nodes return their static evaluation.
+constexpr int kMaxPly = 128;
+constexpr int kMaxSearchPly = 119;
+
+// Counters behind the statistics printed after every search.
+struct SearchStats {
+    uint64_t nodes;         // full-width nodes
+    uint64_t qnodes;        // quiescence nodes
+    uint64_t pruned;        // futility-pruned moves
+    uint64_t frontier;      // calls handed to the quiescence search
+    uint64_t ttProbes, ttHits, ttCuts;
+    uint64_t mates;         // mates and stalemates found
+    uint64_t nullTries, nullCuts;
+    uint64_t iid;
+    uint64_t pvNodes, cutNodes, allNodes;
+    uint64_t firstMoveCuts;  // cut-offs by the first move searched
+    uint64_t firstMovePv;    // PV nodes whose best move was the first searched
+    uint64_t killerCuts;     // cut-offs by a killer move
+    uint64_t killerTries;    // killer moves searched
+    uint64_t reduceTries, reduceFails;
+    uint64_t ttStores;
+    uint64_t quietChecks;
+    uint64_t mateThreats;
+
+    // The node total used by limits and reports.
+    uint64_t total() const { return nodes + qnodes + pruned; }
+    void add(const SearchStats& o);
+};
+
+struct SearchThread {
+    Position pos;
+    EvalContext* eval;  // owned; large, so on the heap
+    SearchStats stats;
+    int maxPly;         // deepest ply reached ("seldepth")
+    Move pv[kMaxPly][kMaxPly];
+    Move killers[kMaxPly][2];
+    std::atomic<uint8_t> stopFlag;
+    UndoState savedState;  // the root state, taken at every wake-up
+    uint32_t savedFiftyStart;
+    uint32_t index;
+    std::atomic<uint8_t> quit;
+    std::atomic<uint8_t> stopRequested;
+
+    // Idle/busy signalling: a woken thread is busy until it has finished its work and waits
+    // again; waiting for idle blocks until then.
+    std::thread handle;
+    std::mutex signalMutex;
+    std::condition_variable signal;
+    bool busy;
+    bool woken;
+
+    bool stopped() const { return stopFlag.load(std::memory_order_relaxed) != 0; }
+    // Stop bytes are plain flags polled by the search; the fences order them with the rest.
+    void requestStop() {
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        stopFlag.store(1, std::memory_order_relaxed);
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+    }
+};
+
+}  // namespace quarn

@@ -1,0 +1,171 @@
+#include "search/timecontrol.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+#include "shell/clock.h"
+#include "shell/log.h"
+
+namespace quarn {
+
+constinit TimeControl timeControl;
+
+namespace {
+
+// Time assumed left when the clock has already run out (or the reserve eats it all): enough
+// to return some move.
+constexpr int kPanicMs = 100;
+// Sudden death: plan as if this many moves remained.
+constexpr int kSuddenDeathMoves = 44;
+// Moves to go are padded so that the last moves before the control keep a margin.
+constexpr int kMovesToGoPadding = 4;
+// The first move out of book gets twice the time: the book's positions may be unfamiliar.
+constexpr int kOutOfBookSpan = 2;
+constexpr float kPonderBonus = 1.3f;
+// Node budgets outside this range are worth reporting: the caller probably gave odd limits.
+constexpr int64_t kFewNodes = 11;
+constexpr int64_t kManyNodes = 100000;
+// Score falls that make the first move suspect: a large one anywhere, a smaller one near 0
+// where a little is a lot.
+constexpr int kSharpDrop = 50;
+constexpr int kSmallDrop = 10;
+constexpr int kNearEqual = 99;
+constexpr int kDropDepth = 3;
+// A single root move is played at once on ponderhit once this depth is running.
+constexpr int kSingleMoveDepth = 3;
+
+// The out-of-book factor (2 - moves), or 0 when no extra is due: known counts below 2 only.
+int outOfBookFactor(int moves) {
+    return moves != 0 && moves < kOutOfBookSpan ? kOutOfBookSpan - moves : 0;
+}
+
+}  // namespace
+
+void TimeControl::reset() {
+    selectPhase(kPhaseNormal);
+    startMs = clockMs();
+    depthDone = lastScore = prevScore = 0;
+}
+
+void TimeControl::selectPhase(int p) {
+    phase = p;
+    if (infinite) {
+        limitMs = -1;
+        return;
+    }
+    limitMs = static_cast<int32_t>(timeLimitMs[p]);
+    nodeLimitNow = nodeLimit[p];
+}
+
+void TimeControl::setNodeLimit(int64_t nodes) {
+    for (int64_t& n : nodeLimit) n = nodes;
+    nodeLimitNow = nodes;
+}
+
+void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) {
+    movesToGo = movesToGoNow;
+    timeLeftMs = timeLeftNow;
+    incrementMs = incrementNow;
+
+    int available = timeLeftMs - reserveMs;
+    if (available < 0) available = kPanicMs;
+    const int divisor = movesToGo > 0 ? movesToGo + kMovesToGoPadding : kSuddenDeathMoves;
+    // The increment comes after the division: it is ours again at every move.
+    int base = available / divisor + incrementMs;
+    if (const int f = outOfBookFactor(outOfBookMoves)) {
+        const int extra = static_cast<int>(base * static_cast<double>(f));
+        base += extra;
+        logMessage("extra time for out of book: %5.3fxbase=%ums, total=%ums\n",
+                   static_cast<double>(f), static_cast<unsigned>(extra),
+                   static_cast<unsigned>(base));
+    }
+    if (canPonder) base = static_cast<int>(static_cast<float>(base) * kPonderBonus);
+
+    // No phase may spend more than the clock holds, however far the score falls.
+    for (int i = 0; i < kPhases; ++i) {
+        factor[i] = kPhaseFactors[i];
+        int64_t budget = static_cast<int64_t>(factor[i] * static_cast<float>(base));
+        if (budget > available) budget = available;
+        if (budget < 0) budget = 0;
+        timeLimitMs[i] = static_cast<uint32_t>(budget);
+    }
+}
+
+void TimeControl::setNodeBudget() {
+    if (movesToGo <= 0 || nodeLimitNow == 0) return;
+    const int64_t total = nodeLimitNow < 0 ? kPanicMs : nodeLimitNow;
+    int64_t base = total / (movesToGo + kMovesToGoPadding);
+    if (const int f = outOfBookFactor(outOfBookMoves))
+        base += static_cast<int64_t>(static_cast<double>(base) * f);
+    if (base < kFewNodes || base > kManyNodes) std::printf("nodes=%i\n", static_cast<int>(base));
+    if (canPonder) base = static_cast<int64_t>(static_cast<float>(base) * kPonderBonus);
+
+    for (int i = 0; i < kPhases; ++i) {
+        factor[i] = kPhaseFactors[i];
+        int64_t budget = static_cast<int64_t>(factor[i] * static_cast<float>(base));
+        if (budget > total) budget = total;
+        // 0 would mean no limit at all.
+        nodeLimit[i] = budget < 1 ? 1 : budget;
+    }
+    selectPhase(kPhaseNormal);
+}
+
+void TimeControl::noteIterationScore(int score) {
+    if (phase != kPhaseNormal) selectPhase(kPhaseNormal);
+    prevScore = lastScore;
+    lastScore = score;
+}
+
+// The best move so far is in doubt: give the search the most time to find a better one.
+void TimeControl::firstMoveFailedLow() {
+    if (depthDone != 0 && phase < kPhaseNewBest) selectPhase(kPhaseFailLow);
+}
+
+// A new best move is being confirmed; a little more time, so it is not cut short.
+void TimeControl::newBestMoveSearch() {
+    if (depthDone != 0 && phase < kPhaseNewBest) selectPhase(kPhaseNewBest);
+}
+
+void TimeControl::newBestMoveDone() {
+    if (depthDone != 0 && phase == kPhaseNewBest) selectPhase(kPhaseNormal);
+}
+
+void TimeControl::failLowResolved() {
+    if (depthDone != 0 && phase == kPhaseFailLow) selectPhase(kPhaseNormal);
+}
+
+void TimeControl::checkScoreDrop(int score) {
+    if (phase == kPhaseFailLow || depthDone < kDropDepth) return;
+    const bool nearEqual = std::abs(lastScore) <= kNearEqual || std::abs(score) <= kNearEqual;
+    if (score + kSharpDrop < lastScore || (score + kSmallDrop < lastScore && nearEqual))
+        selectPhase(kPhaseFailLow);
+}
+
+bool TimeControl::ponderHit(int rootMoveCount, int iterationDepth) {
+    if (rootMoveCount == 1 && iterationDepth >= kSingleMoveDepth) {
+        logMessage("ponderhit & single move!\n");
+        return true;
+    }
+    infinite = 0;
+    // The master thread may change the phase between our read and our write: read again until
+    // the budget written belongs to the phase in force.
+    std::atomic_ref<int32_t> livePhase(phase);
+    for (;;) {
+        const int32_t p = livePhase.load();
+        limitMs = static_cast<int32_t>(timeLimitMs[p]);
+        const int32_t now = livePhase.load();
+        if (now == p) break;
+        logMessage("TimeControl: ponderhit detected phase change from %i to %i\n", p, now);
+    }
+    // Once more now that the budget is in force.
+    infinite = 0;
+    return false;
+}
+
+bool TimeControl::outOfBudget(uint64_t nodes) const {
+    if (nodeLimitNow != 0 && nodes >= static_cast<uint64_t>(nodeLimitNow)) return true;
+    return clockMs() - startMs > static_cast<uint32_t>(limitMs);
+}
+
+}  // namespace quarn

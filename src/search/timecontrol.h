@@ -1,0 +1,93 @@
+// The time and node budget of a search, and the phases the root search moves it through.
+#pragma once
+
+#include <cstdint>
+
+namespace quarn {
+
+// Phase 0 is only computed; 1 is the point after which no new iteration starts; 2 is normal;
+// 3 re-searches a new best root move; 4 rescues a first move that failed low or fell sharply.
+constexpr int kPhases = 5;
+constexpr int kPhaseNormal = 2;
+constexpr int kPhaseNewBest = 3;
+constexpr int kPhaseFailLow = 4;
+
+inline constexpr float kPhaseFactors[kPhases] = {0.1f, 0.6f, 2.0f, 3.0f, 8.0f};
+
+// The move time of a search that was given no limit (a console search): about five seconds.
+constexpr uint32_t kDefaultMoveTimeMs = 5000;
+
+// Shared without a lock: the go command and ponderhit write it from the input thread, the
+// master search thread changes phases, every search thread reads the budget in force.
+class TimeControl {
+public:
+    int32_t limitMs = 0;  // budget in force since startMs; -1 = none (compared unsigned)
+    uint32_t startMs = 0;
+    int32_t incrementMs = 0;
+    int32_t timeLeftMs = 0;
+    int32_t reserveMs = 0;       // kept back from timeLeftMs
+    int32_t movesToGo = 0;       // 0 or less: sudden death
+    int32_t outOfBookMoves = 0;  // own moves since leaving the book (1 = first); 0 = unknown
+    float factor[kPhases] = {};
+    uint32_t timeLimitMs[kPhases] = {};
+    int64_t nodeLimit[kPhases] = {};
+    int32_t phase = 0;
+    uint8_t infinite = 0;   // go infinite or ponder: no time limit until ponderhit
+    uint8_t canPonder = 0;  // we may ponder, so every base budget grows by 1.3
+    int32_t depthLimit = 0;
+    int64_t nodeLimitNow = 0;  // node budget in force; 0 = none
+    int32_t lastScore = 0;     // root score of the last completed iteration
+    int32_t prevScore = 0;     // and of the one before
+    int32_t depthDone = 0;     // depth of the iteration now running
+
+    // A console search with no limits runs about five seconds: every phase gets the default
+    // move time and phase 2 is in force. No node budget, no pondering, no reserve. Constant so
+    // that the global instance needs no start-up code.
+    constexpr TimeControl() {
+        for (int i = 0; i < kPhases; ++i) factor[i] = kPhaseFactors[i];
+        setMoveTime(kDefaultMoveTimeMs);
+        phase = kPhaseNormal;
+        limitMs = static_cast<int32_t>(timeLimitMs[kPhaseNormal]);
+    }
+
+    // Phase 2, the clock restarted, no iteration yet.
+    void reset();
+    // Sets the phase and, unless infinite, the time and node budgets of that phase; while
+    // infinite the time budget stays unlimited.
+    void selectPhase(int p);
+    // Node budget of every phase (go nodes; 0 = none).
+    void setNodeLimit(int64_t nodes);
+    // Time budget of every phase (go movetime). The budget in force changes at the next
+    // phase selection (reset).
+    constexpr void setMoveTime(uint32_t ms) {
+        for (uint32_t& t : timeLimitMs) t = ms;
+    }
+    // Stores the clock of the side to move and computes the five time budgets from it.
+    void setClock(int movesToGoNow, int timeLeftNow, int incrementNow);
+    // With movesToGo > 0 and a node limit in force, spreads the node limit over the moves to
+    // go as setClock spreads time; otherwise changes nothing. Selects phase 2.
+    void setNodeBudget();
+    void setDepthDone(int depth) { depthDone = depth; }
+    // After every completed iteration: back to phase 2, and the score remembered.
+    void noteIterationScore(int score);
+    // Phase changes of the root search; none of them acts before the first iteration starts.
+    void firstMoveFailedLow();
+    void newBestMoveSearch();
+    void newBestMoveDone();
+    void failLowResolved();
+    // After the first root move of an iteration from depth 3 on: a sharp fall of the root
+    // score buys phase 4.
+    void checkScoreDrop(int score);
+    // Ponderhit. Returns true when the caller must stop the master search thread instead
+    // (exactly one root move and the running iteration at depth 3 or more). Otherwise the
+    // budget of the current phase comes into force.
+    bool ponderHit(int rootMoveCount, int iterationDepth);
+    // The stop test of the searching code: the node budget in force reached, or the time
+    // budget passed (an unlimited one, -1, never passes).
+    bool outOfBudget(uint64_t nodes) const;
+};
+
+// The one time control of the process.
+extern TimeControl timeControl;
+
+}  // namespace quarn

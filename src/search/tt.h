@@ -1,0 +1,191 @@
+// The transposition table: one lock-free table shared by all search threads, four-way buckets
+// of one cache line, with generations so that entries of earlier searches go first.
+#pragma once
+
+#include <cstdint>
+
+#include "board/move.h"
+#include "board/movegen.h"
+#include "board/position.h"
+
+namespace quarn {
+
+enum TtBound : uint8_t { BOUND_NONE = 0, BOUND_EXACT = 1, BOUND_LOWER = 2, BOUND_UPPER = 3 };
+
+// Bytes   field
+// 0-3     check: high 32 bits of the key XOR its low 32 bits (the side to move is not in it)
+// 4-7     move: best or refutation move, 0 = none; bits 30-31 carry the node's extension
+// 8-9     score: mate scores made relative to the stored node (scoreToTt)
+// 10-11   depth: remaining depth of the search that wrote the entry
+// 12-13   staticEval: the position's static evaluation, so a hit need not evaluate again
+// 14      generation: the table's generation when the entry was written
+// 15      bound: TtBound
+// An all-zero entry is empty.
+struct TtEntry {
+    uint32_t check;
+    Move move;
+    int16_t score;
+    int16_t depth;
+    int16_t staticEval;
+    uint8_t generation;
+    uint8_t bound;
+};
+static_assert(sizeof(TtEntry) == 16, "four entries must fill one cache line");
+
+// Every score beyond this is taken as distance-dependent (mate scores lie near 30000, so the
+// band is deliberately wide).
+constexpr int kMateBand = 3000;
+
+// A score as stored at a node `ply` plies from the root: mate scores become relative to the node.
+constexpr int scoreToTt(int score, int ply) {
+    return score > kMateBand ? score + ply : score < -kMateBand ? score - ply : score;
+}
+
+// The reverse of scoreToTt, for an entry read at a node `ply` plies from the root.
+constexpr int scoreFromTt(int score, int ply) {
+    return score > kMateBand ? score - ply : score < -kMateBand ? score + ply : score;
+}
+
+constexpr uint32_t ttCheck(uint64_t key) {
+    return static_cast<uint32_t>(key >> 32) ^ static_cast<uint32_t>(key);
+}
+
+class Tt {
+public:
+    static constexpr uint32_t kWays = 4;
+    static constexpr uint32_t kAlignment = 128;
+    static constexpr uint32_t kMinBytes = 262144;  // the floor for small and odd requests
+
+    // Trivial on purpose: the global table is built without allocating; start-up sizes it.
+    constexpr Tt() = default;
+    Tt(const Tt&) = delete;
+    Tt& operator=(const Tt&) = delete;
+
+    // Sizes the table for `kilobytes` (rounded down to a power of two, at least 256 KB). The
+    // same size keeps the contents; any other size reallocates, zeroes and sets generation 1.
+    // Allocation failures retry with half the size and abort below 64 bytes. Returns the byte
+    // size first asked for, even if retries ended smaller. No search may run meanwhile.
+    uint32_t resize(uint32_t kilobytes);
+    // Zeroes every entry and sets generation 1. No search may run meanwhile.
+    void clear();
+    // Frees the table; the object can be resized again later. For tables other than the
+    // global one, which lives until exit.
+    void release();
+
+    // Hit when a way holds the position's check and a move that is 0 or passes isValidMove;
+    // a matching way with an impossible move (a collision) is skipped. On a miss `out` holds
+    // the last way read and means nothing. The attack words of `pos` must be current.
+    bool probe(const Position& pos, TtEntry& out) const;
+    // Writes an entry whose move, score, depth, staticEval and bound the caller has filled;
+    // check and generation are set here, and an upper bound never keeps a move.
+    void store(const Position& pos, TtEntry entry);
+    // The beta cut-off store: a lower bound with the score made relative to the node at `ply`.
+    // `entry` is filled as written.
+    void storeLowerBound(TtEntry& entry, const Position& pos, int depth, int ply, int score,
+                         Move move, int staticEval);
+    // Zeroes every way of the position's bucket that holds its check; true if any did.
+    bool remove(const Position& pos);
+    void newSearch() { ++generation_; }
+    void prefetch(const Position& pos) const {
+        __builtin_prefetch(&entries_[homeIndex(pos) & ~(kWays - 1)]);
+    }
+
+    uint32_t entryCount() const { return entryCount_; }
+    uint32_t sizeBytes() const { return sizeBytes_; }
+    uint8_t generation() const { return generation_; }
+
+    // The position's home index: (hashKey + side * 4) & mask, so the side to move picks the
+    // neighbouring bucket. Its ways are home, home ^ 1, home ^ 2, home ^ 3, in that order.
+    uint32_t homeIndex(const Position& pos) const {
+        return static_cast<uint32_t>(pos.hashKey + pos.sideToMove * kWays) & mask_;
+    }
+    // Way i (0..3) of the position's bucket, in visiting order; for tests and diagnostics.
+    TtEntry& way(const Position& pos, uint32_t i) { return entries_[homeIndex(pos) ^ i]; }
+
+    // Counters for the statistics lines: entries written over another position, those of them
+    // that belonged to the current search, and entries rewritten for the same position.
+    uint64_t replacements = 0, liveReplacements = 0, updates = 0;
+    void resetCounters() { replacements = liveReplacements = updates = 0; }
+
+private:
+    // How willing we are to give a way up: lower goes first. Entries of earlier searches are
+    // pushed far down so that they go before any current one.
+    int keepValue(const TtEntry& e) const {
+        return e.depth - (e.generation != generation_ ? kOldPenalty : 0);
+    }
+
+    static constexpr int kOldPenalty = 8192;
+
+    TtEntry* entries_ = nullptr;  // aligned to kAlignment inside rawBlock_
+    uint32_t sizeBytes_ = 0;      // a power of two
+    uint32_t entryCount_ = 0;
+    uint32_t mask_ = 0;
+    void* rawBlock_ = nullptr;
+    uint8_t generation_ = 0;
+};
+
+inline bool Tt::probe(const Position& pos, TtEntry& out) const {
+    const uint32_t home = homeIndex(pos), check = ttCheck(pos.hashKey);
+    for (uint32_t i = 0; i < kWays; ++i) {
+        out = entries_[home ^ i];
+        if (out.check == check && (out.move == 0 || isValidMove(pos, out.move))) return true;
+    }
+    return false;
+}
+
+inline void Tt::store(const Position& pos, TtEntry entry) {
+    const uint32_t home = homeIndex(pos);
+    entry.check = ttCheck(pos.hashKey);
+    entry.generation = generation_;
+    // An upper bound's move is only the best of moves that all failed: not worth keeping.
+    if (entry.bound == BOUND_UPPER) entry.move = 0;
+
+    for (uint32_t i = 0; i < kWays; ++i) {
+        TtEntry& e = entries_[home ^ i];
+        if (e.check != entry.check) continue;
+        // Same position. A shallower result does not overwrite a deeper one unless it is a
+        // tighter bound: a higher lower bound or a lower upper bound.
+        if (entry.depth < e.depth) {
+            if (e.bound == BOUND_EXACT) return;
+            if (e.bound == BOUND_LOWER && entry.score <= e.score) return;
+            if (e.bound == BOUND_UPPER && entry.score >= e.score) return;
+        }
+        if (entry.move == 0) entry.move = e.move;
+        e = entry;
+        ++updates;
+        return;
+    }
+
+    // A new position: the shallowest way goes, entries of earlier searches first. The home way's
+    // value is capped so that a huge depth cannot make it unbeatable; ties keep the earlier way.
+    uint32_t victim = home;
+    int lowest = keepValue(entries_[home]);
+    if (lowest > kOldPenalty) lowest = kOldPenalty;
+    for (uint32_t i = 1; i < kWays; ++i) {
+        const int value = keepValue(entries_[home ^ i]);
+        if (value < lowest) {
+            lowest = value;
+            victim = home ^ i;
+        }
+    }
+    ++replacements;
+    if (entries_[victim].generation == generation_) ++liveReplacements;
+    entries_[victim] = entry;
+}
+
+inline void Tt::storeLowerBound(TtEntry& entry, const Position& pos, int depth, int ply, int score,
+                                Move move, int staticEval) {
+    entry.move = move;
+    entry.score = static_cast<int16_t>(scoreToTt(score, ply));
+    entry.depth = static_cast<int16_t>(depth);
+    entry.staticEval = static_cast<int16_t>(staticEval);
+    entry.bound = BOUND_LOWER;
+    entry.check = ttCheck(pos.hashKey);
+    entry.generation = generation_;
+    store(pos, entry);
+}
+
+// The one table of the process.
+extern Tt tt;
+
+}  // namespace quarn

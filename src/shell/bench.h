@@ -1,0 +1,17 @@
+// `quarn bench [depth]`: a fixed set of positions searched to a fixed depth. The node total
+// is the search's signature: any change of search behaviour changes it.
+#pragma once
+
+namespace quarn {
+
+// Depth used when none is given: about five seconds in a Release build.
+constexpr int kDefaultBenchDepth = 11;
+
+// Initialises the engine, searches every position (table cleared before each, console lines
+// off), prints "Nodes searched: <total>" and "Nodes/second: <rate>". Returns the exit status.
+int runBench(int depth);
+
+// Node total of searching the bench positions to `depth` on an initialised engine.
+unsigned long long benchNodes(int depth, double* seconds);
+
+}  // namespace quarn
