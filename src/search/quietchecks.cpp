@@ -10,8 +10,9 @@ namespace quarn {
 namespace {
 
 // Sort scores. Uncovered checks come first: the piece that moves is free to take or threaten
-// something else as well. Among direct checks a queen next to the king is tried before the
-// minor checks, and a queen far away after them.
+// something else as well, the more so when it captures. Among direct checks a queen landing
+// close to the king leaves it the fewest flights and goes first (a far one goes last), then
+// rook checks and pawn captures, knight, bishop and pawn-push checks.
 constexpr int kDiscoveredScore = 256;  // plus the value of what the moving piece takes
 constexpr int kDoubleStepScore = 0;
 constexpr int kPawnPushScore = -3;
@@ -107,7 +108,7 @@ void discoveredChecks(const Position& pos, CheckList& out, int us, int up) {
     }
 }
 
-// Pawn moves that attack the king from the squares diagonally in front of it.
+// Pawn moves onto the squares from which a pawn of ours attacks their king.
 void pawnChecks(const Position& pos, CheckList& out, int us, int up, Bitboard targets) {
     const int them = us ^ 1;
     const int king = static_cast<int>(pos.side[them].kingSquare);
@@ -161,10 +162,10 @@ void sliderChecks(const Position& pos, CheckList& out, Bitboard pieces, const Bi
     const Bitboard checkSquares = targets & lines[king];
     for (Bitboard b = pieces; b;) {
         const int from = popLsb(b);
-        Bitboard to = checkSquares & lines[from];
-        if (pinned & squareBit[from]) to &= line[ourKing][from];
-        while (to) {
-            const int sq = popLsb(to);
+        Bitboard squares = checkSquares & lines[from];
+        if (pinned & squareBit[from]) squares &= line[ourKing][from];
+        while (squares) {
+            const int sq = popLsb(squares);
             if ((between[from][sq] & occ) || (between[sq][king] & occ & ~seeThrough)) continue;
             const Move m = makeMoveWord(from, sq, pos.board[sq]);
             if (see(pos, m) >= 0) out.add(m, byDistance ? queenCheckScore(sq, king) : score);
