@@ -60,7 +60,9 @@ constexpr int kEntryCheckUnused = 1;  // the pawnless structure has key 0: never
 
 void allocateEntries(PawnTable& table, uint32_t count) {
     const size_t bytes = static_cast<size_t>(count) * sizeof(PawnEntry) + kTableAlignment;
-    void* raw = std::realloc(table.raw, bytes);
+    // A fresh block comes zeroed from calloc without touching its pages.
+    const bool fresh = table.raw == nullptr;
+    void* raw = fresh ? std::calloc(1, bytes) : std::realloc(table.raw, bytes);
     if (!raw) {
         std::fprintf(stderr, "failed to allocate %u bytes for pawnhash\n", static_cast<unsigned>(bytes));
         std::abort();
@@ -72,7 +74,7 @@ void allocateEntries(PawnTable& table, uint32_t count) {
     table.count = count;
     table.mask = count - 1;
     table.hits = table.stores = 0;
-    std::memset(static_cast<void*>(table.entries), 0, count * sizeof(PawnEntry));
+    if (!fresh) std::memset(static_cast<void*>(table.entries), 0, count * sizeof(PawnEntry));
     table.entries[0].check = kEntryCheckUnused;
 }
 
