@@ -1,10 +1,12 @@
 # The two set-up commands: `make run` builds the Release engine and starts it; `make test`
-# builds and runs every test, first in Release, then under AddressSanitizer and UBSan.
+# builds and runs every test, first in Release, then under AddressSanitizer and UBSan, and the
+# threaded ones under ThreadSanitizer.
 BUILD_DIR := build
 SANITIZE_DIR := build-sanitize
+TSAN_DIR := build-tsan
 JOBS ?= $(shell nproc)
 
-.PHONY: run test build deps test-release test-sanitize bench clean
+.PHONY: run test build deps test-release test-sanitize test-tsan bench clean
 
 run: build
 	./$(BUILD_DIR)/quarn
@@ -16,7 +18,7 @@ build: deps
 deps:
 	@scripts/install-deps
 
-test: test-release test-sanitize
+test: test-release test-sanitize test-tsan
 
 test-release: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
@@ -26,8 +28,16 @@ test-sanitize: deps
 	cmake --build $(SANITIZE_DIR) -j$(JOBS)
 	cd $(SANITIZE_DIR) && ctest --output-on-failure -j$(JOBS)
 
+# The threaded tests under ThreadSanitizer; the suppressions name the structures the search
+# threads share on purpose without locks.
+test-tsan: deps
+	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=Debug -DQUARN_TSAN=ON -DQUARN_BENCH=OFF
+	cmake --build $(TSAN_DIR) -j$(JOBS) --target quarn_tests quarn
+	cd $(TSAN_DIR) && TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+		ctest --output-on-failure -j$(JOBS) -R 'SearchThreads|Uci'
+
 bench: build
 	./$(BUILD_DIR)/bench/quarn_bench
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR)
