@@ -47,7 +47,7 @@ TEST(SearchThreads, StartAndStopManyTimes) {
         timeControl.infinite = 0;
         timeControl.depthLimit = 0;
         timeControl.setNodeLimit(0);
-        timeControl.setMoveTime(1000);
+        timeControl.setMoveTime(i % 3 == 2 ? 30 : 1000);
         startSearch(pos, &reporter);
         // Stop at once, after a moment, or let a tiny node budget end it by itself.
         if (i % 3 == 1) std::this_thread::sleep_for(std::chrono::milliseconds(i % 7));
