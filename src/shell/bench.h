@@ -5,7 +5,7 @@
 namespace quarn {
 
 // Depth used when none is given: about five seconds in a Release build.
-constexpr int kDefaultBenchDepth = 9;
+constexpr int kDefaultBenchDepth = 11;
 
 // Initialises the engine, searches every position (table cleared before each, console lines
 // off), prints "Nodes searched: <total>" and "Nodes/second: <rate>". Returns the exit status.
