@@ -12,6 +12,7 @@
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/clock.h"
+#include "uci/uci.h"
 
 namespace quarn {
 
@@ -157,13 +158,16 @@ LineOutcome consoleCommand(char* input, size_t length) {
 
 LineOutcome handleLine(char* input) {
     if (!input[0]) {
-        printBoard(game, stdout, false);
+        if (!uci().uciMode()) printBoard(game, stdout, false);
         return LineOutcome::CONTINUE;
     }
     // strtok skips leading blanks when it cuts the first word, but the word is read from the
     // start of the line, so "  go" stays "  go".
     const size_t length = std::strlen(input);
     std::strtok(input, " ");
+    const size_t cut = std::strlen(input);
+    // The protocol handler has the first say; the arguments are the rest of the line.
+    if (uci().dispatch(input, cut < length ? input + cut + 1 : "")) return LineOutcome::CONTINUE;
     return consoleCommand(input, length);
 }
 

@@ -18,6 +18,7 @@
 #include "shell/lineinput.h"
 #include "shell/log.h"
 #include "shell/version.h"
+#include "uci/uci.h"
 
 namespace {
 
@@ -102,10 +103,11 @@ int main(int argc, char** argv) {
     waitIdle();
     std::puts("\ninitialized");
     initHistory();
+    initUci(&gamePosition());
 
-    const char* prompt = "% ";
     for (;;) {
-        char* line = readInputLine(prompt);
+        // The prompt goes once the GUI has said "uci".
+        char* line = readInputLine(uci().uciMode() ? nullptr : "% ");
         if (!line) return 0;
         const LineOutcome outcome = handleLine(line);
         std::free(line);

@@ -1,0 +1,119 @@
+// The "go" command: search parameters into the time control, then the search.
+#include <cstdlib>
+#include <cstring>
+
+#include "search/pool.h"
+#include "search/timecontrol.h"
+#include "shell/log.h"
+#include "uci/uci.h"
+
+namespace quarn {
+
+namespace {
+
+constexpr uint32_t kNoTimeLimit = 0xFFFFFFFFu;  // limitMs -1: never expires
+
+struct GoParameters {
+    int wtime = -1, btime = -1, winc = 0, binc = 0;
+    int depth = 0, nodes = 0, movetime = -1, movestogo = 0;
+    bool infinite = false, ponder = false;
+};
+
+// The numeric parameters by name; a missing or empty value leaves the default.
+struct NumericParameter {
+    const char* name;
+    int GoParameters::*field;
+};
+constexpr NumericParameter kNumeric[] = {
+    {"wtime", &GoParameters::wtime}, {"btime", &GoParameters::btime},   {"winc", &GoParameters::winc},
+    {"binc", &GoParameters::binc},   {"depth", &GoParameters::depth},   {"nodes", &GoParameters::nodes},
+    {"movetime", &GoParameters::movetime}, {"movestogo", &GoParameters::movestogo},
+};
+
+}  // namespace
+
+void Uci::onGo() {
+    if (verbose_) logProtocol("go()...", nullptr);
+    // 2. The first search of a game marks where the book ended.
+    if (!outOfBookPly_) {
+        outOfBookPly_ = position_->ply + 1;
+        outOfBookKey_ = position_->hashKey;
+        logMessage("Uci:First search out of book is at %u ply\n", outOfBookPly_);
+    }
+    // 3. Parameters.
+    GoParameters p;
+    UciStatus next = SEARCHING;
+    while (arguments_.length() >= 2) {
+        SharedString word = nextWord(arguments_);
+        if (word.length() < 2) break;
+        bool known = false;
+        for (const NumericParameter& n : kNumeric) {
+            if (!word.equals(n.name)) continue;
+            known = true;
+            SharedString value = nextWord(arguments_);
+            if (value.length() >= 2) p.*n.field = static_cast<int>(std::strtol(value.chars(), nullptr, 10));
+        }
+        if (known) continue;
+        if (word.equals("infinite")) {
+            p.infinite = true;
+        } else if (word.equals("ponder")) {
+            logMessage("START pondering\n");
+            next = PONDERING;
+            p.ponder = p.infinite = true;
+        }
+    }
+    // 4. A go belongs after a position.
+    const UciStatus old = exchangeStatus(next);
+    if (old != POSITION) std::fprintf(stderr, "Expected current status==POSITION, got %i\n", old);
+    if (old == SEARCHING || old == PONDERING) {
+        // One search at a time: the running one ends (and answers) before the new one starts.
+        stopSearch();
+        exchangeStatus(next);
+    }
+    // 5. Limits.
+    timeControl.reset();
+    timeControl.infinite = p.infinite;
+    timeControl.setNodeLimit(p.nodes);
+    timeControl.reserveMs = 0;
+    timeControl.depthLimit = p.depth;
+    // No time limit unless the parameters give one.
+    timeControl.setMoveTime(kNoTimeLimit);
+    // 6. Moves since the book.
+    const int recorded = static_cast<int>(outOfBookPly_), ply = static_cast<int>(position_->ply);
+    if (recorded - 1 <= ply) {
+        timeControl.outOfBookMoves = (ply - recorded + 1) / 2 + 1;
+        logMessage("out of book=%i\n", timeControl.outOfBookMoves);
+    }
+    // 7. Time: a fixed move time wins over the clocks.
+    bool timed = false;
+    if (p.movetime >= 0) {
+        logMessage("got hard moves/millis=%i/%i\n", p.movestogo, p.movetime);
+        timeControl.setMoveTime(static_cast<uint32_t>(p.movetime));
+        timed = true;
+    } else {
+        const bool white = position_->sideToMove == WHITE;
+        const int clock = white ? p.wtime : p.btime, increment = white ? p.winc : p.binc;
+        if (clock >= 0) {
+            logMessage("got wb moves/millis=%i/%i\n", p.movestogo, clock);
+            timeControl.reserveMs = reserveMs_;
+            timeControl.setClock(p.movestogo, clock, increment);
+            timed = true;
+        } else if (p.movestogo > 0 && p.nodes) {
+            timeControl.movesToGo = p.movestogo;
+            timeControl.setNodeBudget();
+        }
+    }
+    // 8. Nothing limits the search: only "stop" will end it.
+    if (!p.nodes && !p.depth && !p.infinite && !timed) {
+        std::fputs("go(): no time/depth/node limit\n", stderr);
+    }
+    logMessage("Nominal search time is %3.2f seconds, infinite=%i, nodes=%i\n",
+               static_cast<float>(timeControl.timeLimitMs[2]) / 1000.0, timeControl.infinite,
+               static_cast<int>(timeControl.nodeLimitNow));
+    // 10. Go.
+    clearThrottle();
+    startSearch(*position_, this);
+    if (verbose_) logProtocol("go() ok", nullptr);
+}
+
+}  // namespace quarn

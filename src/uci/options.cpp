@@ -1,0 +1,87 @@
+// The option lines "uci" announces and the "setoption" command.
+#include <cstdlib>
+#include <cstring>
+
+#include "search/timecontrol.h"
+#include "search/tt.h"
+#include "shell/log.h"
+#include "shell/version.h"
+#include "uci/uci.h"
+
+namespace quarn {
+
+namespace {
+
+constexpr int kDefaultHashMb = 32;
+// The table's byte size is a 32-bit number: 2048 MB is the most it can hold.
+constexpr long kLargestHashMb = 2048;
+
+// The option lines, blanks as the protocol text has them.
+constexpr char kOptionLines[] =
+    "option name Hash    type spin  default 32 min 1 max 4096\n"
+    "option name Ponder  type check default false\n"
+    "option name SendPv  type check default true\n"
+    "option name UCI_Opponent    type string\n";
+
+}  // namespace
+
+bool Uci::searchRunning() {
+    const UciStatus s = status();
+    return s == SEARCHING || s == PONDERING;
+}
+
+void Uci::writeOptions() {
+    std::fwrite(kOptionLines, 1, sizeof kOptionLines - 1, out_.file());
+    out_.print("option name UCI_EngineAbout type string default %s by %s\n", kEngineName, kAuthor);
+}
+
+void Uci::onSetOption() {
+    SharedString name = nextWord(arguments_);
+    if (name.equals("name")) name = nextWord(arguments_);
+    // A check option's value: "true" turns it on, anything else off; "value" may be left out.
+    auto checkValue = [&]() {
+        SharedString value = nextWord(arguments_);
+        if (value.equals("value")) value = nextWord(arguments_);
+        return value.equals("true");
+    };
+    if (name.equals("UCI_Opponent")) {
+        nextWord(arguments_);
+        opponentTitle_ = nextWord(arguments_);
+        SharedString rating = nextWord(arguments_);
+        opponentRating_ = static_cast<int>(std::strtol(rating.chars(), nullptr, 10));
+        opponentKind_ = nextWord(arguments_);
+        opponentName_ = nextWord(arguments_);
+        logMessage("Opponent=%s %s, %s, elo=%i\n", opponentTitle_.chars(), opponentName_.chars(),
+                   opponentKind_.chars(), opponentRating_);
+    } else if ((name.equals("Hash") || name.equals("Clear")) && searchRunning()) {
+        // The table belongs to the search while it runs.
+        std::fprintf(stderr, "setoption: %s ignored while a search runs\n", name.chars());
+    } else if (name.equals("Hash")) {
+        nextWord(arguments_);
+        SharedString value = nextWord(arguments_);
+        long mb = value.length() > 1 ? std::strtol(value.chars(), nullptr, 10) : kDefaultHashMb;
+        if (mb < 0 || mb > kLargestHashMb) {
+            std::fprintf(stderr, "setoption: Hash %ld MB out of range, using %ld\n", mb,
+                         mb < 0 ? 0L : kLargestHashMb);
+            mb = mb < 0 ? 0 : kLargestHashMb;
+        }
+        logMessage("resizing hash to %uMb\n", static_cast<unsigned>(mb));
+        tt.resize(static_cast<uint32_t>(mb) << 10);
+    } else if (name.equals("Clear")) {
+        tt.clear();
+        logProtocol("tt cleared", nullptr);
+    } else if (name.equals("Ponder")) {
+        timeControl.canPonder = checkValue();
+        logMessage("canponder=%u\n", timeControl.canPonder);
+    } else if (name.equals("SendPv")) {
+        sendPv_ = checkValue();
+        logMessage("sendpv=%u\n", sendPv_ ? 1u : 0u);
+    } else if (name.equals("OwnBook")) {
+        useBook_ = checkValue();
+        logMessage("usebook=%u\n", useBook_ ? 1u : 0u);
+    } else {
+        std::fprintf(stderr, "Option not supported: %s\n", name.chars());
+    }
+}
+
+}  // namespace quarn

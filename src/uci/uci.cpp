@@ -1,0 +1,262 @@
+#include "uci/uci.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "board/fen.h"
+#include "board/movegen.h"
+#include "board/movetext.h"
+#include "search/pool.h"
+#include "search/timecontrol.h"
+#include "shell/clock.h"
+#include "shell/log.h"
+#include "shell/version.h"
+
+namespace quarn {
+
+namespace {
+
+std::unique_ptr<Uci> handler;
+
+}  // namespace
+
+Uci& uci() { return *handler; }
+
+void initUci(Position* position) { handler = std::make_unique<Uci>(position, stdout); }
+
+char* writeUciMove(char* buf, Move m) {
+    if (!m) {
+        std::strcpy(buf, "0000");
+        return buf + 4;
+    }
+    char* out = writeSquare(buf, fromSquare(m));
+    out = writeSquare(out, toSquare(m));
+    if (promotionType(m)) *out++ = kPromotionLetters[promotionType(m)];
+    *out = 0;
+    return out;
+}
+
+Uci::Uci(Position* position, FILE* out) : position_(position), out_(out) {}
+
+UciStatus Uci::exchangeStatus(UciStatus next) {
+    std::lock_guard<std::mutex> lock(statusMutex_);
+    const UciStatus old = status_;
+    status_ = next;
+    return old;
+}
+
+UciStatus Uci::status() {
+    std::lock_guard<std::mutex> lock(statusMutex_);
+    return status_;
+}
+
+bool Uci::dispatch(const char* word, const char* arguments) {
+    // 1. An empty line is ours only in protocol mode.
+    if (!word[0]) return uciMode_;
+    // 2. Echo the line into the log.
+    if (uciMode_) logProtocol(word, arguments);
+    // 3. The arguments, without leading blanks.
+    while (*arguments == ' ') ++arguments;
+    arguments_ = SharedString::fromText(arguments);
+    // 4. The commands.
+    struct Command {
+        const char* name;
+        void (Uci::*run)();
+    };
+    static const Command commands[] = {
+        {"uci", &Uci::onUci},           {"position", &Uci::onPosition},   {"go", &Uci::onGo},
+        {"isready", &Uci::onIsReady},   {"setoption", &Uci::onSetOption}, {"ucinewgame", &Uci::onNewGame},
+        {"ponderhit", &Uci::onPonderHit}, {"stop", &Uci::onStop},
+    };
+    for (const Command& c : commands) {
+        if (std::strcmp(word, c.name)) continue;
+        (this->*c.run)();
+        out_.flush();
+        if (FILE* log = logStream()) std::fflush(log);
+        return true;
+    }
+    if (!std::strcmp(word, "quit")) onQuit();
+    // 5. Not ours.
+    if (uciMode_) {
+        std::fprintf(stderr, "unknown uci command: %s %s\n", word, arguments);
+        std::fflush(stderr);
+    }
+    return false;
+}
+
+void Uci::onUci() {
+    setUpLogFile();
+    openErrorLog();
+    out_.print("\n");
+    out_.print("id name %s-%s\n", kEngineName, kEngineVersion);
+    out_.print("id author %s\n", kAuthor);
+    writeOptions();
+    std::fwrite("uciok\n", 1, 6, out_.file());
+    out_.flush();
+    uciMode_ = true;
+    // From now on stdout carries protocol lines only.
+    pool.root.quiet = 1;
+    logProtocol("<--uciok", nullptr);
+}
+
+void Uci::onIsReady() {
+    out_.print("readyok\n");
+    out_.flush();
+    logProtocol("<--readyok", nullptr);
+}
+
+void Uci::onNewGame() {
+    if (verbose_) logProtocol("newgame!", nullptr);
+    outOfBookPly_ = 0;
+    outOfBookKey_ = 0;
+}
+
+[[noreturn]] void Uci::onQuit() {
+    out_.flush();
+    logMessage("exit()!\n");
+    if (FILE* log = logStream()) std::fflush(log);
+    // A running search is not stopped: leaving the process ends it, without a "bestmove".
+    std::fflush(nullptr);
+    _exit(0);
+}
+
+void Uci::onPosition() {
+    if (verbose_) logProtocol("position()...", nullptr);
+    SharedString word = nextWord(arguments_);
+    // 2. A new position ends any search.
+    const UciStatus old = exchangeStatus(POSITION);
+    if (old == SEARCHING || old == PONDERING) {
+        std::fprintf(stderr, "uci::position(): search still running? status=%i\n", old);
+        logMessage("position: not stopped? stopping!...");
+        stopSearch();
+        logMessage("position: stopped.");
+    } else if (old == POSITION) {
+        logMessage("uci: 2x position?\n");
+    }
+    waitIdle();
+    // 3. The position itself.
+    bool valid = true;
+    if (word.equals("startpos")) {
+        setFen(*position_, kStartFen);
+        computeAttackInfo(*position_);
+        word = nextWord(arguments_);
+    } else if (word.equals("fen")) {
+        SharedString fen = SharedString::fromText("");
+        for (word = nextWord(arguments_); word.length() > 1 && !word.equals("moves"); word = nextWord(arguments_)) {
+            fen.append(word.chars(), word.length() - 1);
+            fen.append(" ", 1);
+        }
+        static Position scratch;
+        valid = setFen(scratch, fen.chars()) != 0;
+        if (valid) copyPosition(*position_, scratch);
+    }
+    // 4-5. The moves, and a new game when they leave the line of the previous search.
+    if (valid && word.equals("moves")) playMoves();
+    if (FILE* log = logStream()) printBoard(*position_, log, false);
+    if (verbose_) logProtocol("position() ok", nullptr);
+}
+
+void Uci::playMoves() {
+    bool metOutOfBookKey = false;
+    for (;;) {
+        if (arguments_.length() < 2) break;
+        SharedString word = nextWord(arguments_);
+        if (word.length() < 2) break;
+        if (word.chars()[0] == '.') {
+            logMessage("SKIP continuation move: %s\n", word.chars());
+            continue;
+        }
+        const Move m = parseMove(*position_, word.chars());
+        if (!m) {
+            std::fprintf(stderr, "WARNING invalid move from GUI: %s\n", word.chars());
+            break;
+        }
+        // The history holds the game and a search below it: refuse moves beyond its room.
+        if (position_->ply + 1 >= static_cast<uint32_t>(kHistorySize - kMaxPly)) {
+            std::fprintf(stderr, "WARNING too many moves from GUI, ignored from: %s\n", word.chars());
+            break;
+        }
+        makeMove(*position_, m);
+        computeAttackInfo(*position_);
+        if (position_->hashKey == outOfBookKey_) metOutOfBookKey = true;
+    }
+    if (!metOutOfBookKey && outOfBookPly_) onNewGame();
+}
+
+Move Uci::ponderMove() const {
+    const RootSearch& root = pool.root;
+    return root.rootPv[0] ? root.rootPv[1] : 0;
+}
+
+void Uci::sendBestMove(Move best, Move ponder) {
+    char text[64];
+    char* out = text + std::strlen(std::strcpy(text, "bestmove "));
+    out = writeUciMove(out, best);
+    if (ponder) {
+        out += std::strlen(std::strcpy(out, " ponder "));
+        out = writeUciMove(out, ponder);
+    }
+    std::strcpy(out, "\n");
+    out_.putString(text);
+    out_.flush();
+    if (!best) std::fprintf(stderr, "No move generated! bm=%x\n", best);
+}
+
+void Uci::onPonderHit() {
+    if (verbose_) logProtocol("ponderhit()...", nullptr);
+    const UciStatus old = exchangeStatus(SEARCHING);
+    switch (old) {
+        case FINISHED:
+            logMessage("Uci:ponderhit(): already finished\n");
+            exchangeStatus(FINISHED);
+            sendBestMove(pool.root.bestMove, ponderMove());
+            break;
+        case POSITION:
+            std::fputs("uci:: ponderhit without preceeding go(): send bestmove 0000\n", stderr);
+            exchangeStatus(POSITION);
+            sendBestMove(0, 0);
+            break;
+        case SEARCHING:
+            std::fputs("uci::ponderhit status==SEARCHING, ponderhit ignored\n", stderr);
+            break;
+        case PONDERING:
+            if (timeControl.ponderHit(pool.root.rootMoveCount, pool.root.depth)) pool.threads[0]->requestStop();
+            break;
+        default:
+            std::fprintf(stderr, "uci::ponderhit unknown status==%i, ponderhit ignored\n", old);
+    }
+    if (verbose_) logProtocol("ponderhit() ok", nullptr);
+}
+
+void Uci::onStop() {
+    if (verbose_) logProtocol("stop()...", nullptr);
+    const UciStatus old = exchangeStatus(FINISHED);
+    if (old == FINISHED) {
+        sendBestMove(pool.root.bestMove, 0);
+    } else if (old == POSITION) {
+        std::fputs("uci:: stop without preceeding go?\n", stderr);
+        sendBestMove(0, 0);
+    } else {
+        // The finished report that follows sends the move.
+        logMessage("uci:stop() START\n");
+        stopSearch();
+        logMessage("uci:stop() END\n");
+    }
+    if (verbose_) logProtocol("stop() ok", nullptr);
+}
+
+void Uci::reportFinished(uint32_t depth, int score, Move) {
+    sendPvLine(depth, score, nullptr);
+    const UciStatus old = exchangeStatus(FINISHED);
+    if (old == PONDERING) {
+        // The GUI has not decided yet: the move waits for "ponderhit" or "stop".
+        logMessage("Uci:finish() delay sending bestmove, status is still 'pondering'\n");
+        return;
+    }
+    sendBestMove(pool.root.bestMove, ponderMove());
+}
+
+}  // namespace quarn

@@ -1,0 +1,92 @@
+// The UCI protocol handler: commands from the GUI, the engine's status, and the search's
+// reports turned into "info" and "bestmove" lines.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+#include "board/position.h"
+#include "search/root.h"
+#include "shell/sharedstring.h"
+#include "uci/streamwriter.h"
+
+namespace quarn {
+
+// The engine's status as the GUI drives it.
+enum UciStatus : int32_t { FINISHED = 0, POSITION = 1, SEARCHING = 2, PONDERING = 3 };
+
+class Uci : public SearchReporter {
+public:
+    Uci(Position* position, FILE* out);
+
+    // Handles a line given as its first word and the rest; false when the word is no protocol
+    // command (the console then tries the line).
+    bool dispatch(const char* word, const char* arguments);
+    bool uciMode() const { return uciMode_; }
+
+    // The search's reports (called on the master search thread).
+    void reportCurrentMove(uint32_t depth, uint32_t moveIndex, Move move) override;
+    void reportPv(uint32_t depth, int score, Move move) override;
+    void reportFinished(uint32_t depth, int score, Move bestMove) override;
+
+    UciStatus status();
+    bool sendPv() const { return sendPv_; }
+
+private:
+    // Handlers.
+    void onUci();
+    void onIsReady();
+    void onNewGame();
+    void onPosition();
+    void onGo();
+    void onSetOption();
+    void onPonderHit();
+    void onStop();
+    [[noreturn]] void onQuit();
+
+    UciStatus exchangeStatus(UciStatus next);
+    bool searchRunning();
+    void sendBestMove(Move best, Move ponder);
+    Move ponderMove() const;
+    void playMoves();
+    void writeOptions();
+
+    // Info lines.
+    void clearThrottle();
+    uint32_t searchTime() const;
+    int writeStatistics(char* buf, int size) const;
+    void sendPvLine(uint32_t depth, int score, const Move* pv);
+
+    Position* position_;
+    StreamWriter out_;
+    SharedString arguments_;  // the words not yet taken from the current line
+    bool uciMode_ = false;
+    bool verbose_ = false;
+    bool useBook_ = true;
+    bool sendPv_ = true;
+    int reserveMs_ = 3000;
+    SharedString opponentTitle_, opponentKind_, opponentName_;
+    int opponentRating_ = 0;
+
+    std::mutex statusMutex_;
+    UciStatus status_ = FINISHED;
+
+    uint32_t outOfBookPly_ = 0;  // game ply + 1 of the first search of the game, 0 = none
+    uint64_t outOfBookKey_ = 0;
+
+    // Throttle of the info lines, cleared by every "go".
+    uint32_t nextInfoTime_ = 0;
+    int lastPvDepth_ = 0;
+    int lastPvScore_ = 0;
+    Move lastPvMove_ = 0;
+    int repeatFlag_ = 0;
+};
+
+// The one handler, made by start-up.
+Uci& uci();
+void initUci(Position* position);
+
+// A move in coordinate form ("e7e8Q" for a promotion, "0000" for none); buf needs 6 bytes.
+char* writeUciMove(char* buf, Move m);
+
+}  // namespace quarn
