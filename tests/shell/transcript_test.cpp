@@ -87,7 +87,7 @@ TEST(Transcript, PerftTimingLine) {
     EXPECT_EQ(run.status, 0);
     const std::regex format(
         "% perft 3 {21}8902 ops in ( *[0-9]+\\.[0-9]{3}) seconds  "
-        "ops/ms=((?=[ 0-9]{7}) *[0-9]+| {4}inf),  ticks/op=(?=[ .0-9]{6}) *[0-9]+\\.[0-9]\n% ");
+        "ops/ms=((?=[ 0-9]{7}) *[0-9]+| {4}inf),  ticks/op=(?=[ .0-9]{6}) *[0-9]+\\.[0-9]\n% exit\\(\\)!\n");
     std::smatch m;
     const std::string out = afterStartup(run.out);
     ASSERT_TRUE(std::regex_match(out, m, format)) << out;
