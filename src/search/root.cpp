@@ -71,7 +71,9 @@ void writeLine(Position& pos, const Move* line, char* out, size_t size) {
     int made = 0;
     size_t used = 0;
     out[0] = 0;
-    for (; line[made] && made < kMaxPly - 1 && used + kMoveTextSize + 1 < size; ++made) {
+    for (; line[made] && made < kMaxPly - 1 && pos.ply + 1 < static_cast<uint32_t>(kHistorySize) &&
+           used + kMoveTextSize + 1 < size;
+         ++made) {
         const Move m = line[made] & kIdentityMask;
         if (used) out[used++] = ' ';
         used = static_cast<size_t>(writeMoveLong(pos, out + used, m) - out);
@@ -108,7 +110,7 @@ void storePv(RootSearch& root, int depth, int score) {
     Position& pos = *root.position;
     UndoState saved[kMaxPly];
     int made = 0;
-    for (; root.rootPv[made] && made < kMaxPly - 1; ++made) {
+    for (; root.rootPv[made] && made < kMaxPly - 1 && pos.ply + 1 < static_cast<uint32_t>(kHistorySize); ++made) {
         const Move m = root.rootPv[made] & kIdentityMask;
         TtEntry old;
         const bool had = tt.probe(pos, old);
@@ -261,6 +263,13 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
 }
 
 void iterate(RootSearch& root) {
+    // A game that filled the move history leaves no room for a single root move.
+    if (root.position->ply + 1 >= static_cast<uint32_t>(kHistorySize)) {
+        std::fputs("search: the move history is full, nothing searched\n", stderr);
+        root.rootMoveCount = 0;
+        if (root.reporter) root.reporter->reportFinished(0, 0, 0);
+        return;
+    }
     // 1. Root moves; none means the game is over.
     if (!buildRootMoves(root)) {
         const bool mated = inCheck(*root.position);

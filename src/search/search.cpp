@@ -13,6 +13,8 @@ namespace quarn {
 
 namespace {
 
+// A node this far into the history makes no move: its children would not fit.
+constexpr uint32_t kHistoryLimit = kHistorySize - 2;
 constexpr int kLimitCheckMask = 255;    // test the limits every 256 full-width nodes
 constexpr int kNullReduction = 4;       // a null move searches one ply plus four less
 constexpr int kNullMargin = 8;          // the static score must clear beta by this much
@@ -297,8 +299,8 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         hashMove = entry.move;
     }
 
-    // 10. Too deep to go on.
-    if (ply > kMaxSearchPly) return staticEval;
+    // 10. Too deep to go on, or no room left in the position's history.
+    if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return staticEval;
 
     // 11. Mate-distance pruning.
     if (alpha > kMateThreshold && alpha >= kMateScore - 1 - ply) return alpha;
@@ -571,7 +573,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
         hashMove = entry.move & kIdentityMask;
     }
     // 5. Too deep.
-    if (ply > kMaxSearchPly) return staticEval;
+    if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return staticEval;
 
     const int us = static_cast<int>(pos.sideToMove), them = us ^ 1;
     const bool inCheck = (pos.state.enemyAttacks & squareBit[pos.side[us].kingSquare]) != 0;
