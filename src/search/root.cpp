@@ -27,6 +27,16 @@ constexpr char kScaleSuffix[] = " kmgt";
 
 uint64_t nodesOf(const RootSearch& root) { return root.master->stats.total(); }
 
+// A PV may end in the undo word of a back-and-forth repetition, which need not be a legal move
+// (a pawn cannot step back): lines are only walked as far as their moves are legal.
+Move legalMove(Position& pos, Move m) {
+    Move moves[kMaxMoves];
+    Move* end = generateMoves(pos, moves);
+    for (Move* it = moves; it != end; ++it)
+        if (((*it ^ m) & kIdentityMask) == 0) return *it;
+    return 0;
+}
+
 int clampScore(int s) { return s < -kInfinity ? -kInfinity : s > kInfinity ? kInfinity : s; }
 
 // A count scaled by 1024 while above 99999 (at most `times` times), with its suffix.
@@ -74,7 +84,8 @@ void writeLine(Position& pos, const Move* line, char* out, size_t size) {
     for (; line[made] && made < kMaxPly - 1 && pos.ply + 1 < static_cast<uint32_t>(kHistorySize) &&
            used + kMoveTextSize + 1 < size;
          ++made) {
-        const Move m = line[made] & kIdentityMask;
+        const Move m = legalMove(pos, line[made]);
+        if (!m) break;
         if (used) out[used++] = ' ';
         used = static_cast<size_t>(writeMoveLong(pos, out + used, m) - out);
         saved[made] = pos.state;
@@ -82,7 +93,7 @@ void writeLine(Position& pos, const Move* line, char* out, size_t size) {
     }
     while (made > 0) {
         --made;
-        unmakeMove(pos, line[made] & kIdentityMask, saved[made]);
+        unmakeMove(pos, pos.moveHistory[pos.ply], saved[made]);
     }
 }
 
@@ -111,7 +122,8 @@ void storePv(RootSearch& root, int depth, int score) {
     UndoState saved[kMaxPly];
     int made = 0;
     for (; root.rootPv[made] && made < kMaxPly - 1 && pos.ply + 1 < static_cast<uint32_t>(kHistorySize); ++made) {
-        const Move m = root.rootPv[made] & kIdentityMask;
+        const Move m = legalMove(pos, root.rootPv[made]);
+        if (!m) break;
         TtEntry old;
         const bool had = tt.probe(pos, old);
         const int staticEval = had ? old.staticEval : evaluate(*root.master->eval);
@@ -130,7 +142,7 @@ void storePv(RootSearch& root, int depth, int score) {
     }
     while (made > 0) {
         --made;
-        unmakeMove(pos, root.rootPv[made] & kIdentityMask, saved[made]);
+        unmakeMove(pos, pos.moveHistory[pos.ply], saved[made]);
     }
 }
 
