@@ -288,6 +288,9 @@ void iterate(RootSearch& root) {
         if (root.reporter) root.reporter->reportFinished(0, mated ? -kMateScore : 0, 0);
         return;
     }
+    // Until a root move has been searched the first one stands: a stop in the first
+    // milliseconds must still answer with a legal move.
+    root.bestMove = root.rootMoves[0].move;
     int depth = 1, score = 0;
     uint64_t previousNodes = 1;
     for (;; ++depth) {
