@@ -91,6 +91,15 @@ void makeNullMove(Position& pos) {
     pos.sideToMove ^= 1;
 }
 
+void trimHistory(Position& pos) {
+    if (pos.ply <= static_cast<uint32_t>(kKeptHistory)) return;
+    const uint32_t shift = pos.ply - kKeptHistory;
+    std::memmove(pos.moveHistory, pos.moveHistory + shift, (kKeptHistory + 1) * sizeof(Move));
+    std::memmove(pos.keyHistory, pos.keyHistory + shift, (kKeptHistory + 1) * sizeof(uint64_t));
+    pos.ply = kKeptHistory;
+    pos.state.fiftyStart = pos.state.fiftyStart > shift ? static_cast<uint16_t>(pos.state.fiftyStart - shift) : 0;
+}
+
 void unmakeMoves(Position& pos, int n, const UndoState& saved) {
     for (; n > 0 && pos.ply > 0; --n) {
         const Move m = pos.moveHistory[pos.ply];

@@ -260,6 +260,15 @@ inline void unmakeMove(Position& pos, Move m, const UndoState& saved) {
 // left as they were.
 void makeNullMove(Position& pos);
 
+// Plies a long game keeps when its history is trimmed: more than the fifty-move rule reads.
+constexpr int kKeptHistory = 128;
+
+// Drops the oldest history entries of a long game so that ply becomes kKeptHistory. Nothing
+// the rules read is lost: repetitions are looked for back to fiftyStart only, and a game whose
+// last capture or pawn move lies further back stays past the fifty-move limit. The ply count
+// (and the FEN's counters) become relative to the trimmed start.
+void trimHistory(Position& pos);
+
 // Undoes the last n moves of moveHistory (0 entries as null moves), newest first, each step
 // restoring the same saved state: for going back to a root whose state the caller kept.
 void unmakeMoves(Position& pos, int n, const UndoState& saved);

@@ -9,6 +9,7 @@
 #include "board/movetext.h"
 #include "board/perft.h"
 #include "search/pool.h"
+#include "search/searchthread.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/clock.h"
@@ -26,10 +27,9 @@ constexpr char kFenChars[] = "PNBRQKpnbrqk12345678/";
 
 bool inSet(const char* set, char c) { return c != 0 && std::strchr(set, c) != nullptr; }
 
-bool historyFull(const Position& pos) {
-    if (pos.ply + 1 < static_cast<uint32_t>(kHistorySize)) return false;
-    std::fprintf(stderr, "console: move history full (%i plies), nothing played\n", kHistorySize - 1);
-    return true;
+// A long game keeps its recent history, leaving room for a search below the game.
+void makeRoom(Position& pos) {
+    if (pos.ply + 1 >= static_cast<uint32_t>(kHistorySize - kMaxPly)) trimHistory(pos);
 }
 
 // A depth argument: absent means 1; text that is no number reads as 0.
@@ -98,7 +98,7 @@ void playMoveText(const char* word) {
         std::printf("not a move: '%s'\n", word);
         return;
     }
-    if (historyFull(game)) return;
+    makeRoom(game);
     makeMove(game, m);
     computeAttackInfo(game);
     printBoard(game, stdout, false);
@@ -124,7 +124,8 @@ LineOutcome consoleCommand(char* input, size_t length) {
         startSearch(game, nullptr);
         waitIdle();
     } else if (!std::strcmp(word, "%")) {
-        if (!historyFull(game)) makeNullMove(game);
+        makeRoom(game);
+        makeNullMove(game);
     } else if (!std::strcmp(word, "quit")) {
         return LineOutcome::QUIT;
     } else if (!std::strcmp(word, "divide")) {

@@ -174,11 +174,8 @@ void Uci::playMoves() {
             std::fprintf(stderr, "WARNING invalid move from GUI: %s\n", word.chars());
             break;
         }
-        // The history holds the game and a search below it: refuse moves beyond its room.
-        if (position_->ply + 1 >= static_cast<uint32_t>(kHistorySize - kMaxPly)) {
-            std::fprintf(stderr, "WARNING too many moves from GUI, ignored from: %s\n", word.chars());
-            break;
-        }
+        // The history holds the game and a search below it: a long game keeps its recent part.
+        if (position_->ply + 1 >= static_cast<uint32_t>(kHistorySize - kMaxPly)) trimHistory(*position_);
         makeMove(*position_, m);
         computeAttackInfo(*position_);
         if (position_->hashKey == outOfBookKey_) metOutOfBookKey = true;
