@@ -35,13 +35,19 @@ void unbufferStreams() {
     }
 }
 
+constexpr char kUsage[] =
+    "usage: quarn [--logdir DIR]     the engine: UCI and console on standard input\n"
+    "       quarn bench [depth]      search the built-in positions, print nodes and speed\n"
+    "       quarn eval \"<FEN>\"       print every evaluation term of a position\n"
+    "       quarn --help | --version\n";
+
 // Command-line options; false (after a message) when they cannot be used.
 bool readOptions(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--logdir") && i + 1 < argc) {
             quarn::setLogDirectory(argv[++i]);
         } else {
-            std::fprintf(stderr, "quarn: unknown option '%s'\nusage: quarn [--logdir DIR] | quarn bench [depth] | quarn eval \"<FEN>\"\n", argv[i]);
+            std::fprintf(stderr, "quarn: unknown option '%s'\n%s", argv[i], kUsage);
             return false;
         }
     }
@@ -71,16 +77,24 @@ int evalMode(const char* fen) {
 int main(int argc, char** argv) {
     using namespace quarn;
     unbufferStreams();
+    if (argc == 2 && !std::strcmp(argv[1], "--help")) {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
+    if (argc == 2 && !std::strcmp(argv[1], "--version")) {
+        std::printf("%s-%s\n", kEngineName, kEngineVersion);
+        return 0;
+    }
     if (argc >= 2 && !std::strcmp(argv[1], "bench")) {
         if (argc > 3) {
-            std::fputs("usage: quarn bench [depth]\n", stderr);
+            std::fputs(kUsage, stderr);
             return kUsageError;
         }
         return runBench(argc == 3 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 0);
     }
     if (argc >= 2 && !std::strcmp(argv[1], "eval")) {
         if (argc != 3) {
-            std::fputs("usage: quarn eval \"<FEN>\"\n", stderr);
+            std::fputs(kUsage, stderr);
             return kUsageError;
         }
         return evalMode(argv[2]);
