@@ -6,7 +6,7 @@ SANITIZE_DIR := build-sanitize
 TSAN_DIR := build-tsan
 JOBS ?= $(shell nproc)
 
-.PHONY: run test build deps test-release test-sanitize test-tsan bench clean
+.PHONY: run test build deps test-release test-sanitize test-tsan bench install clean
 
 run: build
 	./$(BUILD_DIR)/quarn
@@ -35,6 +35,11 @@ test-tsan: deps
 	cmake --build $(TSAN_DIR) -j$(JOBS) --target quarn_tests quarn
 	cd $(TSAN_DIR) && TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 		ctest --output-on-failure -j$(JOBS) -R 'SearchThreads|Uci'
+
+# The binary into bin and the manual page into share/man/man6 (PREFIX, default /usr/local).
+PREFIX ?= /usr/local
+install: build
+	cmake --install $(BUILD_DIR) --prefix $(PREFIX)
 
 bench: build
 	./$(BUILD_DIR)/bench/quarn_bench
