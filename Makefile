@@ -4,9 +4,11 @@
 BUILD_DIR := build
 SANITIZE_DIR := build-sanitize
 TSAN_DIR := build-tsan
+FUZZ_DIR := build-fuzz
+FUZZ_SECONDS ?= 30
 JOBS ?= $(shell nproc)
 
-.PHONY: run test build deps test-release test-sanitize test-tsan bench install clean
+.PHONY: run test build deps test-release test-sanitize test-tsan bench install clean fuzz-build fuzz-smoke fuzz-run
 
 run: build
 	./$(BUILD_DIR)/quarn
@@ -45,4 +47,12 @@ bench: build
 	./$(BUILD_DIR)/bench/quarn_bench
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(FUZZ_DIR)
+
+# libFuzzer targets (clang): build them, a short run of each, or a long one (FUZZ_SECONDS).
+fuzz-build:
+	FUZZ_BUILD_DIR=$(CURDIR)/$(FUZZ_DIR) scripts/fuzz build
+fuzz-smoke:
+	FUZZ_BUILD_DIR=$(CURDIR)/$(FUZZ_DIR) scripts/fuzz smoke $(FUZZ_SECONDS)
+fuzz-run:
+	FUZZ_BUILD_DIR=$(CURDIR)/$(FUZZ_DIR) scripts/fuzz run $(FUZZ_SECONDS)

@@ -32,13 +32,14 @@ bool attackedBy(const Position& pos, int square, int colour) {
            (rookAttacks(square, pos.occupied) & (s.pieces[ROOK] | s.pieces[QUEEN]));
 }
 
-// Pieces beyond what promotions could have made would overflow the material word.
-bool materialPossible(uint32_t material) {
-    const int pawns = materialCount(material, PAWN);
+// Pieces beyond what promotions could have made would overflow the material word's counts,
+// so they are counted on the boards.
+bool materialPossible(const SideBlock& side) {
+    const int pawns = popCount(side.pieces[PAWN]);
     int extra = 0;
     for (int t = KNIGHT; t <= QUEEN; ++t) {
         const int start = t == QUEEN ? 1 : 2;
-        const int n = materialCount(material, t);
+        const int n = popCount(side.pieces[t]);
         if (n > start) extra += n - start;
     }
     return pawns <= 8 && extra <= 8 - pawns;
@@ -57,7 +58,7 @@ bool positionPlayable(const Position& pos) {
             std::fprintf(stderr, "setFen(): more than one %s king\n", names[c]);
             return false;
         }
-        if (!materialPossible(pos.side[c].material)) {
+        if (!materialPossible(pos.side[c])) {
             std::fprintf(stderr, "setFen(): too many %s pieces\n", names[c]);
             return false;
         }

@@ -229,16 +229,16 @@ Move* generateEvasionsT(const Position& pos, Move* list) {
         }
     }
 
-    // 6. En passant when the checker is the pawn that just made its double step.
+    // 6. En passant when the checker is the pawn that just made its double step. The full
+    // slider test of the ordinary case: a position set up by FEN may have the captured pawn
+    // shielding the king from a bishop, which no game reaches.
     const int ep = pos.state.epSquare;
     if (ep && ep == checker) {
         const int ownPawn = pieceCode(Us, PAWN);
-        const Bitboard lines = t.pieces[ROOK] | t.pieces[QUEEN];
         const bool hasLeft = fileOf(ep) > 0, hasRight = fileOf(ep) < 7;
         for (const int from : {ep - 1, ep + 1}) {
             if (!(from < ep ? hasLeft : hasRight) || pos.board[from] != ownPawn) continue;
-            if (rookAttacks(ksq, occ ^ squareBit[from]) & lines) continue;
-            *list++ = makeMoveWord(from, ep + D::up, pieceCode(them, PAWN)) | kEnPassantFlag;
+            list = enPassantIfSafe<Us>(pos, list, from);
         }
     }
     return list;

@@ -68,19 +68,21 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
     timeLeftMs = timeLeftNow;
     incrementMs = incrementNow;
 
-    int available = timeLeftMs - reserveMs;
+    // 64-bit arithmetic: a GUI may send any 32-bit clock or increment.
+    int64_t available = static_cast<int64_t>(timeLeftMs) - reserveMs;
     if (available < 0) available = kPanicMs;
-    const int divisor = movesToGo > 0 ? movesToGo + kMovesToGoPadding : kSuddenDeathMoves;
+    const int64_t divisor =
+        movesToGo > 0 ? static_cast<int64_t>(movesToGo) + kMovesToGoPadding : kSuddenDeathMoves;
     // The increment comes after the division: it is ours again at every move.
-    int base = available / divisor + incrementMs;
+    int64_t base = available / divisor + incrementMs;
     if (const int f = outOfBookFactor(outOfBookMoves)) {
-        const int extra = static_cast<int>(base * static_cast<double>(f));
+        const int64_t extra = static_cast<int64_t>(static_cast<double>(base) * f);
         base += extra;
         logMessage("extra time for out of book: %5.3fxbase=%ums, total=%ums\n",
                    static_cast<double>(f), static_cast<unsigned>(extra),
                    static_cast<unsigned>(base));
     }
-    if (canPonder) base = static_cast<int>(static_cast<float>(base) * kPonderBonus);
+    if (canPonder) base = static_cast<int64_t>(static_cast<float>(base) * kPonderBonus);
 
     // No phase may spend more than the clock holds, however far the score falls.
     for (int i = 0; i < kPhases; ++i) {
@@ -95,7 +97,7 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
 void TimeControl::setNodeBudget() {
     if (movesToGo <= 0 || nodeLimitNow == 0) return;
     const int64_t total = nodeLimitNow < 0 ? kPanicMs : nodeLimitNow;
-    int64_t base = total / (movesToGo + kMovesToGoPadding);
+    int64_t base = total / (static_cast<int64_t>(movesToGo) + kMovesToGoPadding);
     if (const int f = outOfBookFactor(outOfBookMoves))
         base += static_cast<int64_t>(static_cast<double>(base) * f);
     if (base < kFewNodes || base > kManyNodes) std::printf("nodes=%i\n", static_cast<int>(base));

@@ -46,8 +46,8 @@ const char* nextArgument(bool hadBlank) {
 
 // Perft and divide make one move per level above the last, so the plies they play must fit
 // in the room left in the history.
-bool depthFits(const Position& pos, int depth, int plies) {
-    if (plies < kHistorySize - static_cast<int>(pos.ply)) return true;
+bool depthFits(const Position& pos, int depth, int64_t plies) {
+    if (plies < kHistorySize - static_cast<int64_t>(pos.ply)) return true;
     std::fprintf(stderr, "console: depth %i too deep\n", depth);
     return false;
 }
@@ -124,16 +124,22 @@ LineOutcome consoleCommand(char* input, size_t length) {
         startSearch(game, nullptr);
         waitIdle();
     } else if (!std::strcmp(word, "%")) {
-        makeRoom(game);
-        makeNullMove(game);
+        // Passing in check would leave the king to be taken.
+        computeAttackInfo(game);
+        if (inCheck(game)) {
+            std::fputs("console: no null move while in check\n", stderr);
+        } else {
+            makeRoom(game);
+            makeNullMove(game);
+        }
     } else if (!std::strcmp(word, "quit")) {
         return LineOutcome::QUIT;
     } else if (!std::strcmp(word, "divide")) {
         const int depth = hadBlank ? depthArgument() : 1;
-        if (depth && depthFits(game, depth, depth > 2 ? depth - 1 : 1)) divide(game, depth);
+        if (depth && depthFits(game, depth, depth > 2 ? int64_t{depth} - 1 : 1)) divide(game, depth);
     } else if (!std::strcmp(word, "perft")) {
         const int depth = hadBlank ? depthArgument() : 1;
-        if (depth && depthFits(game, depth, depth - 1)) runPerft(depth);
+        if (depth && depthFits(game, depth, int64_t{depth} - 1)) runPerft(depth);
     } else if (!std::strcmp(word, "m")) {
         listMoves(game);
     } else if (!std::strcmp(word, "md")) {
