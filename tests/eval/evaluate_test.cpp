@@ -3,6 +3,7 @@
 #include <cctype>
 #include <memory>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -13,48 +14,27 @@
 #include "eval/evaluate.h"
 #include "eval/king.h"
 #include "eval/pieces.h"
+#include "eval/racing.h"
+#include "eval/see.h"
+#include "eval/threats.h"
 #include "support.h"
 
 namespace quarn::test {
 
 namespace {
 
-struct FenValue {
-    const char* fen;
-    int value;
-};
-
 // An evaluation context serving one position, freed when it goes.
-class Context {
-public:
-    explicit Context(const Position& pos) : ctx_(std::make_unique<EvalContext>()) {
-        initEvalContext(*ctx_, &pos);
-    }
-    ~Context() { freeEvalContext(*ctx_); }
-    EvalContext& operator*() { return *ctx_; }
-    EvalContext* operator->() { return ctx_.get(); }
-
-private:
-    std::unique_ptr<EvalContext> ctx_;
+struct Context {
+    std::unique_ptr<EvalContext> ctx = std::make_unique<EvalContext>();
+    explicit Context(const Position& pos) { initEvalContext(*ctx, &pos); }
+    ~Context() { freeEvalContext(*ctx); }
+    EvalContext& operator*() { return *ctx; }
+    EvalContext* operator->() { return ctx.get(); }
 };
-
-EvalTrace traceOf(const Position& pos) {
-    EvalTrace t{};
-    evaluateTraced(*Context(pos), t);
-    return t;
-}
 
 int evaluateFresh(const Position& pos) { return evaluate(*Context(pos)); }
 
-// The position and its terms, for failure messages.
-std::string termsOf(const Position& pos) {
-    const EvalTrace t = traceOf(pos);
-    std::ostringstream out;
-    out << getFen(pos).chars() << ": terms " << t.material << " " << t.pattern << " " << t.pawns
-        << " " << t.kingWhite << " " << t.kingBlack << " " << t.piecesWhite << " " << t.piecesBlack
-        << " " << t.racing << " sum " << t.sum << " final " << t.final;
-    return out.str();
-}
+std::string fenOf(const Position& pos) { return getFen(pos).chars(); }
 
 // The board mirrored rank for rank with colours, side to move, castling and en passant swapped.
 std::string flippedFen(const std::string& fen) {
@@ -70,132 +50,84 @@ std::string flippedFen(const std::string& fen) {
     return ranks + (side == "w" ? " b " : " w ") + castling + " " + ep;
 }
 
-// Whether b mirrors a: pieces, side to move, castling rights and en passant.
-bool mirrors(const Position& a, const Position& b) {
-    for (int s = 0; s < 64; ++s)
-        if (b.board[s ^ 56] != (a.board[s] ? a.board[s] ^ 24 : 0)) return false;
-    const int c = a.state.castling, ep = a.state.epSquare;
-    return b.sideToMove != a.sideToMove && b.state.epSquare == (ep ? ep ^ 56 : 0) &&
-           b.state.castling == (((c & 5) << 1) | ((c & 10) >> 1));
+// The position seen from the other side, and a move of it.
+Position mirrored(const Position& pos) { return positionFrom(flippedFen(fenOf(pos))); }
+
+Move mirroredMove(Move m) {
+    const int captured = capturedCode(m);
+    return m ? makeMoveWord(fromSquare(m) ^ 56, toSquare(m) ^ 56, captured ? captured ^ 24 : 0) : 0;
 }
 
-std::vector<std::string> dataRoots() {
-    std::vector<std::string> roots = loadFens("perft.epd");
-    for (const std::string& fen : loadFens("openings.epd")) roots.push_back(fen);
-    return roots;
-}
+int sign(int colour) { return colour == WHITE ? 1 : -1; }
 
-// Endings where the draw, scaling, king and passer rules speak.
-const char* const kEndings[] = {
-    "8/8/8/4k3/8/8/8/KNN5 w - -",
-    "8/8/8/4k3/8/8/8/KBN5 b - -",
-    "8/8/8/1k6/8/P2K4/8/2B5 w - -",
-    "8/8/8/1k6/8/1P6/8/3K4 w - -",
-    "4k3/4bpp1/8/8/8/3B4/5PPP/4K3 w - -",
-    "8/5k2/3p4/1p1Pp3/1P2P3/5K2/8/8 w - -",
-    "r3k3/pp3ppp/2n5/8/8/2N5/PPP2PPP/3RK3 b - -",
-    "r3k3/pppb4/2n5/8/8/8/PPP5/4K3 w - -",
-    "3qk2r/8/8/8/8/8/5PPP/4K3 w - -",
-    "8/pp3k2/8/2P5/8/4K3/6PP/8 w - -",
-};
+int squareOf(const char* text) { return makeSquare(text[0] - 'a', text[1] - '1'); }
 
-// Visits every root position, and the positions of fixed-seed random walks of `plies` steps
-// from every `every`-th one; one step in four goes back a move, so positions and structures come
-// round again. The attack words are current at each visit.
-template <class Roots, class Visit>
-int walkPositions(Position& pos, const Roots& roots, size_t every, int plies, Visit visit) {
-    std::mt19937 rng(0x5eed);
-    int visits = 0;
-    for (size_t i = 0; i < std::size(roots); ++i) {
-        if (!setFen(pos, std::string(roots[i]).c_str())) {
-            ADD_FAILURE() << "refused: " << roots[i];
-            continue;
-        }
-        std::vector<std::pair<Move, UndoState>> line;
-        for (int ply = 0; ply <= (i % every ? 0 : plies); ++ply, ++visits) {
-            visit(pos);
-            Move list[kMaxMoves];
-            const auto n = static_cast<uint32_t>(generateMoves(pos, list) - list);
-            if (!line.empty() && (n == 0 || rng() % 4 == 0)) {
-                unmakeMove(pos, line.back().first, line.back().second);
-                line.pop_back();
-            } else if (n) {
-                line.emplace_back(list[rng() % n], pos.state);
-                makeMove(pos, line.back().first);
-            }
-            computeAttackInfo(pos);
+// The racing term with the passers found the plain way: no enemy pawn ahead on the pawn's own
+// or a neighbouring file.
+int racing(const Position& pos) {
+    Context ctx(pos);
+    for (const int c : {WHITE, BLACK}) {
+        for (Bitboard b = pos.side[c].pieces[PAWN]; b;) {
+            const int s = popLsb(b);
+            if (!(passedSpan[c][s] & pos.side[c ^ 1].pieces[PAWN])) ctx->passers[c] |= squareBit[s];
         }
     }
-    return visits;
+    return racingPasserScore(*ctx);
 }
+
+// Endings where the draw and scaling rules speak: drawn (divisor 0) or the sum divided and the
+// pawnless bonus added.
+struct Ending {
+    const char* placement;
+    int divisor, bonus;
+};
+const Ending kEndings[] = {
+    {"8/8/8/4k3/8/8/8/KNN5", 0, 0},            // two knights cannot force mate
+    {"8/4p3/8/4k3/8/8/8/KN6", 0, 0},           // nor can a lone knight against a pawn
+    {"8/8/8/4k3/8/8/8/KBN5", 1, 1000},         // bishop and knight can
+    {"8/8/8/1k6/8/P2K4/8/8", 0, 0},            // a-pawn, the king inside its square
+    {"3k4/p7/8/1K6/8/8/8/8", 0, 0},            // the same for Black
+    {"8/8/8/1k6/8/1P6/8/3K4", 1, 0},           // a b-pawn is no rook pawn
+    {"8/8/8/1k6/8/P2K4/8/2B5", 0, 0},          // dark bishop, light corner a8
+    {"8/8/8/1k6/8/P2K4/8/3B4", 1, 0},          // light bishop covers a8
+    {"4k3/4bpp1/8/8/8/3B4/5PP1/4K3", 4, 0},    // opposite bishops, equal pawns
+    {"4k3/4bpp1/8/8/8/3B4/5PPP/4K3", 2, 0},    // one pawn more
+    {"4k3/4bpp1/8/8/8/3B4/4PPPP/4K3", 3, 0},   // two more
+    {"4k3/4bpp1/8/8/8/3B4/3PPPPP/4K3", 1, 0},  // three more
+    {"4k3/4bppp/8/8/8/3B4/5PP1/4K3", 2, 0},    // one fewer
+    {"4k3/5pp1/4b3/8/8/3B4/5PP1/4K3", 1, 0},   // bishops of one colour
+};
 
 }  // namespace
 
-// Draw: 0 plus the tempo, either side to move. Otherwise the sum stays (one pawn, no piece to
-// stop it), or gains the pawnless 1000 for a side more than 3 points ahead.
-TEST(Evaluate, DrawRulesAndPawnlessBonus) {
-    enum { DRAW, UNSCALED, PLUS_1000 };
-    const FenValue kCases[] = {
-        {"8/8/8/4k3/8/8/8/KNN5", DRAW},        // two knights cannot force mate
-        {"8/4p3/8/4k3/8/8/8/KN6", DRAW},       // nor can a lone knight against a pawn
-        {"8/8/8/4k3/8/8/8/KBN5", PLUS_1000},   // bishop and knight can
-        {"8/8/8/1k6/8/P2K4/8/8", DRAW},        // a-pawn, the defending king inside its square
-        {"3k4/p7/8/1K6/8/8/8/8", DRAW},        // the same for Black
-        {"8/8/8/1k6/8/1P6/8/3K4", UNSCALED},   // a b-pawn is no rook pawn
-        {"8/8/8/1k6/8/P2K4/8/2B5", DRAW},      // dark bishop, light corner a8
-        {"8/8/8/1k6/8/P2K4/8/3B4", UNSCALED},  // light bishop covers a8
-    };
-    for (const auto& c : kCases) {
-        for (const char* side : {" w - -", " b - -"}) {
-            const Position pos = positionFrom(std::string(c.fen) + side);
-            const EvalTrace t = traceOf(pos);
-            ASSERT_EQ(t.racing, 0) << termsOf(pos);  // the rook-pawn rules need a quiet race
-            if (c.value == DRAW) {
-                EXPECT_EQ(evaluateFresh(pos), kTempo) << termsOf(pos);
-                continue;
-            }
-            ASSERT_GT(t.sum, 0) << termsOf(pos);  // White is the side ahead
-            EXPECT_EQ(t.drawRule, nullptr) << termsOf(pos);
-            EXPECT_EQ(t.final, t.sum + (c.value == PLUS_1000 ? 1000 : 0)) << termsOf(pos);
+// Draws (divisor 0) score the tempo alone. Otherwise the sum is divided (lone bishops of opposite
+// colours: by 4, 2 or 3 for pawn counts differing by 0, 1 or 2) and gains the pawnless 1000 of a
+// side more than 3 points ahead. The rook-pawn rules need a quiet race. With no king attack (12
+// points or fewer) the other side to move only flips the sign: r(w) + r(b) = 8.
+TEST(Evaluate, DrawAndScalingRules) {
+    for (const Ending& c : kEndings) {
+        Position pos = positionFrom(std::string(c.placement) + " w - -");
+        Context shared(pos);  // evaluates both sides to move: its cache must tell them apart
+        int results = 0;
+        for (const uint32_t side : {WHITE, BLACK}) {
+            pos.sideToMove = side;
+            computeAttackInfo(pos);
+            EvalTrace t{};
+            evaluateTraced(*Context(pos), t);
+            ASSERT_EQ(t.racing, 0) << fenOf(pos);
+            ASSERT_NE(t.sum, 0) << fenOf(pos);
+            EXPECT_EQ(t.final, c.divisor ? t.sum / c.divisor + c.bonus : 0) << fenOf(pos);
+            EXPECT_EQ(t.result, kTempo + (side == WHITE ? t.final : -t.final)) << fenOf(pos);
+            EXPECT_EQ(evaluate(*shared), t.result) << fenOf(pos);
+            results += t.result;
         }
+        EXPECT_EQ(results, 2 * kTempo) << c.placement;
     }
 }
 
-// Lone bishops of opposite colours: the sum is divided by 4, 2 or 3 for pawn counts differing by
-// 0, 1 or 2, and kept from 3 on; bishops of one colour keep it.
-TEST(Evaluate, OppositeBishopsScaleTheSum) {
-    const FenValue kCases[] = {
-        {"4k3/4bpp1/8/8/8/3B4/5PP1/4K3 w - -", 4},  {"4k3/4bpp1/8/8/8/3B4/5PPP/4K3 w - -", 2},
-        {"4k3/4bpp1/8/8/8/3B4/4PPPP/4K3 b - -", 3}, {"4k3/4bpp1/8/8/8/3B4/3PPPPP/4K3 w - -", 1},
-        {"4k3/4bppp/8/8/8/3B4/5PP1/4K3 w - -", 2},  {"4k3/5pp1/4b3/8/8/3B4/5PP1/4K3 w - -", 1},
-    };
-    for (const auto& c : kCases) {
-        const Position pos = positionFrom(c.fen);
-        const EvalTrace t = traceOf(pos);
-        EXPECT_EQ(t.final, t.sum / c.value) << termsOf(pos);
-        EXPECT_EQ(t.result, kTempo + (pos.sideToMove == WHITE ? t.final : -t.final));
-    }
-}
-
-// With no king attack (12 points or fewer each) and no race, the side to move only flips the
-// sign and takes the tempo; one context evaluates both, so its cache must tell them apart.
-TEST(Evaluate, SideToMoveFlipsSignAroundTheTempo) {
-    for (const char* fen :
-         {"r3k3/pp3ppp/2n5/8/8/2N5/PPP2PPP/3RK3 w - -", "4k3/2p2pp1/1p2b3/8/8/2B5/PP3PPP/4K3 w - -",
-          "8/5k2/3p4/1p1Pp3/1P2P3/5K2/8/8 w - -"}) {
-        Position pos = positionFrom(fen);
-        Context ctx(pos);
-        const int white = evaluate(*ctx);
-        ASSERT_EQ(traceOf(pos).racing, 0) << fen;
-        pos.sideToMove ^= 1;
-        computeAttackInfo(pos);
-        ASSERT_EQ(traceOf(pos).racing, 0) << fen;
-        EXPECT_NE(white, kTempo) << fen;  // a score of its own, so a stale cache hit would show
-        EXPECT_EQ(white + evaluate(*ctx), 2 * kTempo) << fen;
-    }
-}
-
-TEST(PawnTable, SizeIsThePowerOfTwoAtOrBelowTheRequest) {
+// A request is cut to a power of two, at least 1. Entry 0 must not pass for the pawnless
+// structure, whose key is 0: its first probe misses and builds zero halves and shelters of -16.
+TEST(PawnTable, SizesAndThePawnlessStructure) {
     const std::pair<uint32_t, uint32_t> kSizes[] = {{100000, 65536},  {0, 1},          {1, 1},
                                                     {131072, 131072}, {131071, 65536}, {3, 2}};
     PawnTable table{};
@@ -206,101 +138,128 @@ TEST(PawnTable, SizeIsThePowerOfTwoAtOrBelowTheRequest) {
         EXPECT_EQ(table.mask, count - 1);
         EXPECT_EQ(table.hits + table.stores, 0u);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(table.entries) % 256, 0u);
-        // Entry 0 must not pass for the pawnless structure, whose key is 0.
         EXPECT_EQ(table.entries[0].check, 1u);
         EXPECT_EQ(table.entries[count - 1].check, count == 1 ? 1u : 0u);
     }
     freePawnTable(table);
-}
-
-// No pawns: the first probe misses and builds zero halves and shelters of -16 everywhere.
-TEST(PawnTable, PawnlessStructureIsBuiltOnFirstProbe) {
     const Position pos = positionFrom("4k3/8/8/8/8/8/8/R3K3 w - -");
     ASSERT_EQ(pos.state.pawnKey, 0u);
-    for (const uint32_t size : {1u, kSearchPawnEntries}) {
-        Context ctx(pos);
-        resizePawnTable(ctx->pawnTable, size);
-        EXPECT_EQ(pawnScore(*ctx), 0);
-        EXPECT_EQ(ctx->pawnTable.stores, 1u);
-        EXPECT_EQ(ctx->pawnTable.hits, 0u);
-        EXPECT_EQ(ctx->pawnEntry->check, 0u);
-        EXPECT_EQ(ctx->pawnEntry->passers, 0u);
-        for (const auto& side : ctx->pawnEntry->side) {
-            EXPECT_EQ(side.mg + side.eg, 0);
-            for (const int8_t shelter : side.shelter) EXPECT_EQ(shelter, -16);
-        }
-        pawnScore(*ctx);
-        EXPECT_EQ(ctx->pawnTable.hits, 1u);
+    Context ctx(pos);
+    EXPECT_EQ(pawnScore(*ctx), 0);
+    EXPECT_EQ(ctx->pawnTable.stores, 1u);
+    EXPECT_EQ(ctx->pawnTable.hits, 0u);
+    EXPECT_EQ(ctx->pawnEntry->check, 0u);
+    EXPECT_EQ(ctx->pawnEntry->passers, 0u);
+    for (const auto& side : ctx->pawnEntry->side) {
+        EXPECT_EQ(side.mg + side.eg, 0);
+        for (const int8_t shelter : side.shelter) EXPECT_EQ(shelter, -16);
     }
+    pawnScore(*ctx);
+    EXPECT_EQ(ctx->pawnTable.hits, 1u);
 }
 
-// By hand, f = opponent points + 16 * queens - 16. Start position: v = shelter(e1) -1 - penalty
-// 3 = -4; long side shelter(c1) -1 less three pieces; short side shelter(g1) -1 less two pieces;
-// 32 * 4 * (-4 - 3) / 32. Kd1 with c2 d2 e2: shelter at d1 -16 + 3 + 6 + 6 less penalty 3, where
-// e1's would be -7; f = 20, 20 * 4 * -8 / 32. Kh1 with f2 g2 h2: g1's shelter -1 (at h1 -7) less
-// penalty 1, 20 * 4 * -4 / 32. Endgame e1: kingEg -20 scaled by 24 (11 points) or 8 (15 points).
-// 16 and 19 points without a queen: f = 0 and 3, no shelter term at all.
+// f = opponent points + 16 * queens - 16; shelter v = slot - king penalty; term f * 4 * (q + g)
+// / 32. Endgame: kingEg[e1] -20 scaled by 24 at 11 points, 8 at 15.
 TEST(KingScore, ShelterAndEndgameBranches) {
     const struct {
         const char* fen;
-        int colour, score, shelter;
+        int score, shelter;
     } kCases[] = {
-        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", WHITE, -28, -4},
-        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", BLACK, -28, -4},
-        {"r2qk2r/8/8/8/8/8/2PPP3/3K4 w - -", WHITE, -20, -4},
-        {"r2qk2r/8/8/8/8/8/5PPP/7K w - -", WHITE, -10, -2},
-        {"r3k3/pppb4/2n5/8/8/8/8/4K3 w - -", WHITE, -15, 0},
-        {"3qk2r/8/8/8/8/8/8/4K3 w - -", WHITE, -5, 0},
-        {"r1b1k2r/8/2n5/8/8/8/8/4K3 w - -", WHITE, 0, 0},
-        {"r1b1k2r/8/2n2n2/8/8/8/8/4K3 w - -", WHITE, 0, 0},
+        // e1 -1 - 3; c1 -1 less 3 occupied = -4, g1 -1 less 2 = -3: 32 * 4 * -7 / 32
+        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", -28, -4},
+        {"r2qk2r/8/8/8/8/8/2PPP3/3K4 w - -", -20, -4},    // d1 on the spot: -16 + 3 + 6 + 6 - 3
+        {"r2qk2r/8/8/8/8/8/5PPP/7K w - -", -10, -2},      // h1 reads g1's -1, less 1
+        {"r2qk2r/8/8/8/8/8/5PPP/4K2R w K -", -35, -13},  // e1 -10 - 3; short: g1's -1, f1 g1 free
+        {"r3k3/pppb4/2n5/8/8/8/8/4K3 w - -", -15, 0},     // rook, bishop, knight: 11 points
+        {"3qk2r/8/8/8/8/8/8/4K3 w - -", -5, 0},           // queen and rook: 15 points
+        {"r1b1k2r/8/2n5/8/8/8/8/4K3 w - -", 0, 0},        // 16 points, no queen: f = 0
     };
     for (const auto& c : kCases) {
         const Position pos = positionFrom(c.fen);
         Context ctx(pos);
         pawnScore(*ctx);
-        ctx->shelter[c.colour] = 77;
-        EXPECT_EQ(kingScore(*ctx, c.colour), c.score) << c.fen;
-        EXPECT_EQ(ctx->shelter[c.colour], c.shelter) << c.fen;
+        ctx->shelter[WHITE] = 77;
+        EXPECT_EQ(kingScore(*ctx, WHITE), c.score) << c.fen;
+        EXPECT_EQ(ctx->shelter[WHITE], c.shelter) << c.fen;
     }
 }
 
-// Worked out by hand. Material: the start position without a8 rook has base (8 + 32 - 27 - 8) *
-// (100 + (32 - 59) / 2) = 435, pieces (7 - 6) * 2 * (50 - 13) = 74, rooks 2 * (2 * (11 - 13) -
-// pawn total) with sixteen pawns wrapping to 0 = -8, and two rooks with equal queens -24; without
-// h2 as well 4 * 87 + 74 + 2 * (-4 - 15) - 24. The start position without c8 bishop: 3 * (100 -
-// 14) + 74 + (12 + 8 - 4 - 24) + 2 * (28 - 13). Patterns: every trapped piece counts, of the two
-// shut-in rook rows only the first. Pieces: against 32 points only the middlegame half counts,
-// against a bare king only the endgame half. Knight a1 boxed in by its own pawns: -64 - 32 and
-// -64 - 75. Rook d1 behind its king sees seven squares (mg 8); no own pawn on the file +4, none
-// of either +8 more, and a bonus of 8 unless an enemy pawn on the file is defended by a pawn.
-TEST(Evaluate, TermsByHand) {
-    using Term = int (*)(EvalContext&);
-    const Term material = [](EvalContext& c) { return materialScore(c); };
-    const Term pattern = [](EvalContext& c) { return patternScore(c); };
-    const Term pieces = [](EvalContext& c) { return pieceScore(c, WHITE); };
+// Hand-counted terms for White (from White's side, like each term but the piece term), and the
+// same for Black on the mirrored board.
+TEST(Evaluate, TermsByHandAndMirrored) {
+    using Term = int (*)(const Position&, int colour);
+    Term material = [](const Position& p, int c) { return sign(c) * materialScore(*Context(p)); };
+    Term pattern = [](const Position& p, int c) { return sign(c) * patternScore(*Context(p)); };
+    Term pawns = [](const Position& p, int c) { return sign(c) * pawnScore(*Context(p)); };
+    Term pieces = [](const Position& p, int c) { return pieceScore(*Context(p), c); };
+    Term race = [](const Position& p, int c) { return sign(c) * racing(p); };
+    Term threat = [](const Position& p, int c) { return threatScore(p, c); };
     const struct {
         Term term;
         const char* fen;
         int value;
     } kCases[] = {
+        // 5 * 87 + 74 (pieces) + 2 * -4 (rooks, sixteen pawns read as 0) - 24 (two rooks)
         {material, "1nbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQk -", 477},
-        {material, "1nbqkbnr/pppppppp/8/8/8/8/PPPPPPP1/RNBQKBNR w KQk -", 360},
-        {material, "rn1qkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", 354},
+        {material, "1nbqkbnr/pppppppp/8/8/8/8/PPPPPPP1/RNBQKBNR w KQk -", 360},  // 15 pawns
+        {material, "rn1qkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", 354},  // bishop pair
         {pattern, "N3k3/2p5/8/8/8/8/8/4K3 w - -", -250},
-        {pattern, "N3k2N/2p2p2/8/8/8/8/8/4K3 w - -", -500},
+        {pattern, "N3k2N/2p2p2/8/8/8/8/8/4K3 w - -", -500},  // every trapped knight counts
         {pattern, "4k3/B7/1p6/8/8/8/8/4K3 w - -", -150},
         {pattern, "4k3/8/8/8/8/3N4/3P4/2B1K3 w - -", -35},
         {pattern, "4k3/8/8/8/8/8/3P4/2B1K3 w - -", 0},
-        {pattern, "4k3/8/8/8/8/8/PP6/RRK5 w - -", -25},
+        {pattern, "4k3/8/8/8/8/8/PP6/RRK5 w - -", -25},  // only the first rook row counts
         {pattern, "rk6/p7/8/8/8/8/8/4K3 w - -", 25},
+        // Passer d5 against a bare king: eg 3 + 40, then b = 16 + 8 (free push) + 8 (file
+        // clear), e = 16 * (4 - 2) + 8 * (4 - 6) + 32 counted whole.
+        {pawns, "7k/8/8/3P4/8/8/8/4K3 w - -", 91},
+        // A knight: b = 8 + 8 + 8, mg 44 + 32 * 24 / 64, eg 43 + 40, (3 * 56 + 29 * 83) / 32.
+        {pawns, "7k/8/8/3P4/8/8/8/n3K3 w - -", 80},
+        // Connected d5 e5: b = 16 + 32 + 8 each; eg 2 * 43 + (32 - 16 + 56) + (16 - 16 + 56).
+        {pawns, "7k/8/8/3PP3/8/8/8/4K3 w - -", 214},
+        // Knight a1 with no safe square: -64 placement less 32 mg (against 32 points) or 75 eg.
         {pieces, "4k3/8/8/8/8/1P6/2P5/N3K3 w - -", -139},
         {pieces, "rnbqkbnr/8/8/8/8/1P6/2P5/N3K3 w - -", -96},
+        // Rook d1 sees seven squares (8); open file +4 and +8, bonus 8 unless a defended pawn.
         {pieces, "rnb1kbnr/7q/8/8/8/8/3K4/3R4 w - -", 8 + 12 + 8},
         {pieces, "rnb1kbnr/7q/8/8/3P4/8/3K4/3R4 w - -", 8},
         {pieces, "rnb1kbnr/7q/3p4/8/8/8/3K4/3R4 w - -", 8 + 4 + 8},
         {pieces, "rnb1kbnr/2p4q/3p4/8/8/8/3K4/3R4 w - -", 8 + 4},
+        // Races: 500 - 10 * (White's moves to queen) when White wins, counted by hand: pawn moves,
+        // +1 for our king in front, -1 when the new queen checks; an escorted pawn adds the king's
+        // moves to its zone + 2, or + 6 when it gets only onto the square in front.
+        {race, "8/P7/8/8/8/8/7k/2K5 w - -", 490},    // h2 is outside the square: one move
+        {race, "8/P7/8/8/8/8/8/2K4k w - -", 500},    // a8=Q checks h1 along the long diagonal
+        {race, "8/Pk6/8/8/8/8/8/2K5 w - -", 0},      // Kxa8; a rook pawn is never escorted
+        {race, "K7/P7/8/8/8/8/7k/8 w - -", 480},     // Kb7 first, then a8=Q
+        {race, "K7/P1k5/8/8/8/8/8/8 w - -", 0},      // c7 covers b7 and b8: the king is shut in
+        {race, "3K4/8/1P1k4/8/8/8/8/8 w - -", 490},  // Kd8 keeps Black off c7; b8=Q checks d6
+        {race, "8/8/1P1k4/8/8/8/8/7K w - -", 0},     // Kc7 catches it
+        {race, "8/8/P3K3/8/8/3k3p/8/8 w - -", 0},    // a6 and h3 both queen in two moves
+        {race, "8/8/P3K3/8/8/3k3p/8/8 b - -", 0},
+        {race, "8/8/P3K3/8/7p/3k4/8/8 w - -", 480},  // a6 two moves, h4 three: White is first
+        {race, "8/8/P3K3/8/7p/3k4/8/8 b - -", 0},    // ...h3 a7 h2 a8=Q h1=Q
+        {race, "k7/8/8/4K3/8/4P3/8/8 w - -", 410},   // Ke5 two squares ahead of e3: 5 + 4
+        {race, "k7/8/8/4K3/8/4P3/8/8 b - -", 410},   // a key square wins whoever moves
+        {race, "8/8/k7/8/7K/3P4/8/8 w - -", 400},    // Kg5-f5-e5 before ...Kb5-c5-d4: 3 + 5 + 2
+        {race, "8/8/k7/8/7K/3P4/8/8 b - -", 0},      // now Black reaches d4 first and blockades
+        {race, "8/8/8/3k4/8/8/3P4/7K w - -", 0},     // Kd4-d3 in two moves, White needs three to e3
+        {race, "8/4k3/2p3p1/2P3P1/4P3/4K3/8/8 w - -", 380},  // Kd4-e5, in front of e4: 2 + 4 + 6
+        // Threats against White, in score units.
+        {threat, "7k/8/8/4p3/3K1R2/8/8/8 w - -", 350},   // e5 forks king and rook: 5 * 100 - 150
+        {threat, "5k2/8/8/4p3/3K1N2/8/8/5R2 w - -", 0},  // Nf4 leaves with a discovered check
+        {threat, "k7/8/8/3p4/2N1N3/8/8/K7 w - -", 150},  // d5 forks two knights: 3 * 100 - 150
+        {threat, "4r3/5k2/8/8/8/8/4Q3/4K3 w - -", 450},  // Rxe2 Kxe2 (or Qxe8 Kxe8): 10 - 5
+        {threat, "4q3/5k2/8/8/8/8/4Q3/4K3 w - -", 0},    // the pinned queen only trades queens
+        {threat, "k7/8/8/8/8/8/1p6/5K1N w - -", 700},    // b1=Q is free: 8, less the pawn
+        {threat, "k7/8/8/8/8/8/1p6/3R1K2 w - -", 0},     // Rd1 takes the new queen
+        {threat, "k7/8/8/8/8/8/1p6/5K2 w - -", 0},       // no piece: left to the racing term
     };
-    for (const auto& c : kCases) EXPECT_EQ(c.term(*Context(positionFrom(c.fen))), c.value) << c.fen;
+    for (const auto& c : kCases) {
+        const Position pos = positionFrom(c.fen);
+        EXPECT_EQ(c.term(pos, WHITE), c.value) << c.fen;
+        EXPECT_EQ(c.term(mirrored(pos), BLACK), c.value) << "mirror of " << c.fen;
+    }
 }
 
 // Rook, bishop and knight (11 points) get no king-attack part: neither the enemy shelter nor
@@ -309,58 +268,123 @@ TEST(PieceScore, KingAttackNeedsMoreThanTwelvePoints) {
     for (const char* fen :
          {"6k1/5ppp/8/6N1/8/3B4/5PPP/4R1K1 w - -", "6k1/5ppp/8/6N1/8/3B1N2/5PPP/4R1K1 w - -"}) {
         Position pos = positionFrom(fen);
-        const bool attackOn = materialPoints(pos.side[WHITE].material) > 12;
         Context ctx(pos);
-        std::vector<int> values;
+        std::set<int> values;
         for (const uint32_t side : {WHITE, BLACK}) {
             pos.sideToMove = side;
             computeAttackInfo(pos);
             for (const int shelter : {0, -200}) {
                 ctx->shelter[BLACK] = shelter;
-                values.push_back(pieceScore(*ctx, WHITE));
+                values.insert(pieceScore(*ctx, WHITE));
             }
         }
-        if (attackOn) {
-            EXPECT_NE(values[0], values[1]) << fen;
-        } else {
-            for (const int v : values) EXPECT_EQ(v, values[0]) << fen;
-        }
+        EXPECT_EQ(values.size() > 1, materialPoints(pos.side[WHITE].material) > 12) << fen;
     }
 }
 
-// Nothing in the evaluation favours a colour: the mirrored board with colours, side to move,
-// castling and en passant swapped scores the same for the side to move.
-TEST(Evaluate, ColourFlipGivesTheSameScore) {
-    const auto check = [](const Position& p) {
-        const std::string fen = flippedFen(getFen(p).chars());
-        Position flipped;
-        ASSERT_EQ(setFen(flipped, fen.c_str()), 1) << fen;
-        ASSERT_TRUE(mirrors(p, flipped)) << fen;
-        EXPECT_EQ(evaluateFresh(p), evaluateFresh(flipped)) << termsOf(p) << "\n"
-                                                            << termsOf(flipped);
+// In pawns: pawn 1, knight and bishop 3, rook 5, queen 10. A lone square asks squareExchange:
+// for the owner of the piece there, -1 or below when it can be won, 0 for an even trade or no
+// attacker, 1 or more when taking it loses.
+TEST(See, ExchangeValues) {
+    const struct {
+        const char *fen, *move;  // from and to square, 'q' for a queen promotion
+        int low, high;
+    } kCases[] = {
+        {"4k3/8/8/3n4/4P3/8/8/4K3 w - -", "e4d5", 2, 2},     // more than the mover: 3 - 1 at once
+        {"4k3/8/2p5/3p4/8/8/8/3RK3 w - -", "d1d5", -3, -3},  // -4 + 1 < -1 cuts, a bound
+        {"4k3/8/8/3b4/8/4N3/8/4K3 w - -", "e3d5", 3, 3},     // no recapture
+        {"4k3/8/2p5/3n4/4B3/8/8/K3R3 w - -", "e4d5", 3, 3},  // check from e1: only the king may
+        // Qxd5 uncovers check from e1: the king may not take into c4's guard, cxd5 not allowed.
+        {"8/8/2p1k3/3n4/2P1Q3/8/8/K3R3 b - -", "e4d5", 3, 3},
+        {"4k3/8/8/4n3/8/3rQ3/8/4R2K w - -", "e3d3", 5, 5},   // Qxd3 pins the e5 knight
+        {"4k3/8/2n5/1B6/3p4/8/8/3RK3 w - -", "d1d4", 1, 1},  // Nc6 pinned by Bb5
+        {"3rk3/8/8/3p4/8/8/3R4/3RK3 w - -", "d2d5", 1, 1},   // the second rook x-rays the first
+        {"4k3/P7/8/8/8/8/8/4K3 w - -", "a7a8q", 8, 8},       // the pawn becomes a queen
+        {"4k3/8/8/3n4/4P3/8/8/4K3 w - -", "d5", -99, -1},    // hangs to the pawn
+        {"4k3/8/2p5/3n4/8/4N3/8/4K3 w - -", "d5", 0, 0},     // Nxd5 cxd5
+        {"4k3/8/2p5/3n4/8/4N3/8/4K3 w - -", "c6", 0, 0},     // nothing attacks it
+        {"4k3/8/2p5/3n4/8/8/8/3RK3 w - -", "d5", 1, 99},     // Rxd5 cxd5 loses the exchange
+        {"6k1/4r3/8/3n4/8/4N3/8/4K3 w - -", "d5", 0, 0},     // the attacker is pinned
     };
-    Position pos;
-    const int visits = walkPositions(pos, dataRoots(), 8, 40, check);
-    EXPECT_GT(visits + walkPositions(pos, kEndings, 1, 200, check), 7000);
+    for (const auto& c : kCases) {
+        const Position pos = positionFrom(c.fen);
+        const int from = squareOf(c.move), to = c.move[2] ? squareOf(c.move + 2) : from;
+        const Move m = makeMoveWord(from, to, pos.board[to]);
+        const int value = from == to  ? squareExchange(pos, from)
+                          : c.move[4] ? see(pos, withPromotion(m, QUEEN))
+                                      : see(pos, m);
+        EXPECT_TRUE(value >= c.low && value <= c.high) << c.fen << " " << c.move << ": " << value;
+    }
 }
 
-// A warm evaluation cache and pawn table (large or one entry) give what a fresh context gives.
-TEST(Evaluate, CachesNeverChangeTheScore) {
-    Position pos;
-    Context cold(pos), big(pos), tiny(pos);
-    resizePawnTable(big->pawnTable, kSearchPawnEntries);
-    const auto check = [&](const Position& p) {
-        freeEvalContext(*cold);
-        initEvalContext(*cold, &p);
-        const int expected = evaluate(*cold);
-        EXPECT_EQ(evaluate(*big), expected) << termsOf(p);
-        EXPECT_EQ(evaluate(*tiny), expected) << termsOf(p);
-        EXPECT_EQ(evaluate(*big), expected) << termsOf(p);  // now from the cache
+// White's mate against Black, and Black's mirrored mate against White.
+TEST(Threats, MateThreatsAndMirrors) {
+    const Move qg7 = makeMoveWord(47, 54, 0), ra8 = makeMoveWord(0, 56, 0);
+    const struct {
+        const char* fen;
+        Move move;
+    } kCases[] = {
+        {"6k1/5p1p/5P1Q/8/8/8/8/6K1 w - -", qg7},  // Qg7, guarded by f6
+        {"6k1/5p1p/5P1Q/8/8/8/8/6K1 b - -", qg7},
+        {"4n1k1/5p1p/5P1Q/8/8/8/8/6K1 w - -", 0},  // Ne8 guards g7
+        {"6k1/5ppp/8/8/8/8/8/R5K1 w - -", ra8},    // the back rank
+        {"6k1/5ppp/8/8/8/8/8/R5K1 b - -", ra8},
+        {"Q1R2bk1/5ppp/8/8/8/8/8/6K1 w - -", makeMoveWord(58, 61, 19)},  // Rxf8, Qa8 behind
+        {"2R2bk1/5ppp/8/8/8/8/8/6K1 w - -", 0},                          // Rxf8 Kxf8
+        {"6k1/5pp1/8/8/8/3B4/8/R5K1 w - -", ra8},                        // Bd3 takes h7 away
+        {"6k1/5pp1/8/8/8/8/8/R5K1 w - -", 0},                            // Ra8+ Kh7
+        {"6k1/5ppp/4N3/8/8/Q7/8/6K1 w - -", makeMoveWord(16, 61, 0)},    // Qf8, h8 seen through g8
     };
-    const int visits =
-        walkPositions(pos, dataRoots(), 4, 40, check) + walkPositions(pos, kEndings, 1, 200, check);
-    EXPECT_GT(visits, 12000);
-    EXPECT_EQ(big->evalCount, 2u * static_cast<uint64_t>(visits));
+    for (const auto& c : kCases) {
+        const Position pos = positionFrom(c.fen);
+        EXPECT_EQ(mateThreatMove(pos, BLACK), c.move) << c.fen;
+        EXPECT_EQ(mateThreatMove(mirrored(pos), WHITE), mirroredMove(c.move)) << "mirror of "
+                                                                               << c.fen;
+    }
+}
+
+// Over played positions: the mirrored board (colours, side to move, castling and en passant
+// swapped) scores the same and sees the mirrored threats; the attack sets match the move
+// generator's; a warm evaluation cache and pawn table (large or one entry) change no score.
+TEST(Evaluate, ColourFlipAndWarmCachesKeepTheScore) {
+    std::vector<std::string> roots = loadFens("perft.epd"), openings = loadFens("openings.epd");
+    for (size_t i = 0; i < openings.size(); i += 4) roots.push_back(openings[i]);
+    for (const Ending& e : kEndings) roots.push_back(std::string(e.placement) + " w - -");
+    roots.insert(roots.end(), {"8/5k2/3p4/1p1Pp3/1P2P3/5K2/8/8 w - -", "4k3/8/8/8/8/8/5PPP/r3K3 w",
+                               "r3k3/pppb4/2n5/8/8/8/PPP5/4K3 w - -"});
+    Position pos;
+    Context big(pos), tiny(pos);
+    resizePawnTable(big->pawnTable, kSearchPawnEntries);
+    std::mt19937 rng(0x5eed);
+    uint64_t visits = 0;
+    for (const std::string& root : roots) {
+        pos = positionFrom(root);
+        for (int ply = 0; ply <= 40; ++ply) {
+            ++visits;
+            const Position flipped = mirrored(pos);
+            const int expected = evaluateFresh(pos);
+            EXPECT_EQ(evaluateFresh(flipped), expected) << fenOf(pos);
+            EXPECT_EQ(evaluate(*big), expected) << fenOf(pos);
+            EXPECT_EQ(evaluate(*tiny), expected) << fenOf(pos);
+            EXPECT_EQ(evaluate(*big), expected) << fenOf(pos);  // now from the cache
+            for (const int c : {WHITE, BLACK}) {
+                EXPECT_EQ(threatScore(pos, c), threatScore(flipped, c ^ 1)) << fenOf(pos);
+                EXPECT_EQ(mateThreatMove(pos, c) == 0, mateThreatMove(flipped, c ^ 1) == 0)
+                    << fenOf(pos);
+                Position other = pos;  // the generator's view with c not to move
+                other.sideToMove = c ^ 1;
+                computeAttackInfo(other);
+                EXPECT_EQ(attackedBy(pos, c), other.state.enemyAttacks) << fenOf(pos) << " " << c;
+            }
+            Move list[kMaxMoves];
+            const auto n = static_cast<uint32_t>(generateMoves(pos, list) - list);
+            if (n == 0) break;
+            makeMove(pos, list[rng() % n]);
+            computeAttackInfo(pos);
+        }
+    }
+    EXPECT_GT(visits, 10000u);
+    EXPECT_EQ(big->evalCount, 2 * visits);
     EXPECT_GT(big->pawnTable.hits, big->pawnTable.stores);
     EXPECT_GT(tiny->pawnTable.hits, 0u);
 }

@@ -1,14 +1,10 @@
-// Forced mates in one to four moves. A plain brute-force mate search checks every position of
-// the data file first (its annotations are not taken on trust); then the engine must find a
-// mating first move with the exact mate score.
+// Forced mates in one to four moves, each first proved by a plain brute-force mate search (the
+// data file is not taken on trust); the engine must find a mating move with the exact score.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <fstream>
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "board/movegen.h"
 #include "board/movetext.h"
@@ -21,107 +17,78 @@ namespace quarn::test {
 
 namespace {
 
-struct MateCase {
-    std::string fen, firstMove, id;
-    int moves;  // mate in this many moves of the side to move
-};
-void PrintTo(const MateCase& c, std::ostream* os) { *os << c.id << ": " << c.fen; }
-
-// Lines "<fen> bm <move>; dm <n>; id "<name>";", check signs dropped from the move.
-std::vector<MateCase> loadMates() {
-    static const std::regex epd(R"re(^(.*) bm ([^;+#]+)[+#]*; dm (\d+); id "([^"]+)";)re");
-    std::vector<MateCase> cases;
-    std::ifstream in(dataPath("mates.epd"));
-    std::smatch m;
-    for (std::string line; std::getline(in, line);)
-        if (std::regex_search(line, m, epd)) cases.push_back({m[1], m[2], m[4], std::stoi(m[3])});
-    return cases;
+// Whether `test` holds after the move m; the position is restored.
+template <class Test>
+bool after(Position& pos, Move m, Test test) {
+    const UndoState saved = pos.state;
+    makeMove(pos, m);
+    computeAttackInfo(pos);
+    const bool result = test();
+    unmakeMove(pos, m, saved);
+    return result;
 }
 
 bool matesWithin(Position& pos, int n);
 
-// The defender to move is mated now (n = 0) or within n more attacking moves whatever it plays.
-bool defenderLost(Position& pos, int n) {
+// The side to move is mated now, or (n > 0) within n more attacking moves whatever it plays.
+bool lost(Position& pos, int n) {
     Move moves[kMaxMoves];
     Move* const end = generateMoves(pos, moves);
     if (end == moves) return inCheck(pos);
-    bool lost = n > 0;
-    for (Move* m = moves; m != end && lost; ++m) {
-        const UndoState saved = pos.state;
-        makeMove(pos, *m);
-        lost = matesWithin(pos, n);
-        unmakeMove(pos, *m, saved);
-    }
-    return lost;
+    for (Move* m = moves; m != end && n > 0; ++m)
+        if (!after(pos, *m, [&] { return matesWithin(pos, n); })) return false;
+    return n > 0;
 }
 
-// The side to move mates within n moves. Checks are tried first: they mate more often, and
-// only a check can mate at once.
+// The side to move mates within n moves. Checks go first: they mate more often, and only a
+// check can mate at once.
 bool matesWithin(Position& pos, int n) {
     Move moves[kMaxMoves];
     Move* const end = generateMoves(pos, moves);
-    for (int pass = 0; pass < (n > 1 ? 2 : 1); ++pass) {
-        for (Move* m = moves; m != end; ++m) {
-            const UndoState saved = pos.state;
-            makeMove(pos, *m);
-            computeAttackInfo(pos);
-            const bool mates = inCheck(pos) == (pass == 0) && defenderLost(pos, n - 1);
-            unmakeMove(pos, *m, saved);
-            if (mates) return true;
-        }
-    }
+    for (int pass = 0; pass < (n > 1 ? 2 : 1); ++pass)
+        for (Move* m = moves; m != end; ++m)
+            if (after(pos, *m, [&] { return inCheck(pos) == !pass && lost(pos, n - 1); }))
+                return true;
     return false;
 }
 
-// The move mates in n at most, and the position has no mate in n - 1.
-bool forcesMateIn(Position& pos, Move m, int n) {
-    if (n > 1 && matesWithin(pos, n - 1)) return false;
-    const UndoState saved = pos.state;
-    makeMove(pos, m);
-    const bool lost = defenderLost(pos, n - 1);
-    unmakeMove(pos, m, saved);
-    return lost;
-}
-
-class Mates : public ::testing::TestWithParam<MateCase> {};
-
 }  // namespace
 
-TEST(MatesData, FivePositionsForEachLengthFromOneToFour) {
-    const std::vector<MateCase> cases = loadMates();
-    ASSERT_EQ(cases.size(), 20u);
-    for (int n = 1; n <= 4; ++n)
-        EXPECT_EQ(std::count_if(cases.begin(), cases.end(), [n](auto& c) { return c.moves == n; }),
-                  5);
+// Lines "<fen> bm <move>; dm <n>; id "<name>";", check signs dropped from the move: five
+// positions for each length from one to four moves.
+TEST(Mates, FoundWithTheExactScore) {
+    static const std::regex epd(R"re(^(.*) bm ([^;+#]+)[+#]*; dm (\d+); id "([^"]+)";)re");
+    std::ifstream in(dataPath("mates.epd"));
+    int count[5] = {};
+    std::smatch f;
+    for (std::string line; std::getline(in, line);) {
+        if (!std::regex_search(line, f, epd)) continue;
+        SCOPED_TRACE(f[4].str());
+        const int n = std::stoi(f[3]);
+        ++count[n > 4 ? 0 : n];
+        Position pos = positionFrom(f[1]);
+        // The move mates in n, and the position has no shorter mate.
+        const auto forcesMate = [&](Move m) {
+            return m && !(n > 1 && matesWithin(pos, n - 1)) &&
+                   after(pos, m, [&] { return lost(pos, n - 1); });
+        };
+        ASSERT_TRUE(forcesMate(parseMove(pos, f[2].str().c_str()))) << "wrong data: " << f[2];
+
+        tt.resize(16384);
+        initThreads();
+        setQuiet(true);
+        tt.clear();
+        timeControl.infinite = 0;
+        timeControl.depthLimit = 2 * n + 1;
+        timeControl.setNodeLimit(0);
+        timeControl.setMoveTime(0xFFFFFFFFu);
+        startSearch(pos, nullptr);
+        waitIdle();
+        const RootMove& best = pool.root.rootMoves[0];
+        EXPECT_EQ(best.score, 30000 - (2 * n - 1));
+        EXPECT_TRUE(forcesMate(best.move)) << best.move;  // any mate in n is right
+    }
+    for (int n = 0; n <= 4; ++n) EXPECT_EQ(count[n], n ? 5 : 0) << n;
 }
-
-TEST_P(Mates, FoundWithTheExactScore) {
-    const MateCase& c = GetParam();
-    Position pos = positionFrom(c.fen);
-    const Move given = parseMove(pos, c.firstMove.c_str());
-    ASSERT_TRUE(given && forcesMateIn(pos, given, c.moves)) << "wrong data: " << c.firstMove;
-
-    tt.resize(16384);
-    initThreads();
-    setQuiet(true);
-    tt.clear();
-    timeControl.infinite = 0;
-    timeControl.depthLimit = 2 * c.moves + 1;
-    timeControl.setNodeLimit(0);
-    timeControl.setMoveTime(0xFFFFFFFFu);
-    startSearch(pos, nullptr);
-    waitIdle();
-
-    const RootMove& best = pool.root.rootMoves[0];
-    EXPECT_EQ(best.score, 30000 - (2 * c.moves - 1));
-    // Another first move is right too when it also mates in n.
-    EXPECT_TRUE(best.move == given || forcesMateIn(pos, best.move, c.moves)) << best.move;
-}
-
-INSTANTIATE_TEST_SUITE_P(Epd, Mates, ::testing::ValuesIn(loadMates()), [](const auto& param) {
-    std::string name = param.param.id;
-    for (char& ch : name) ch = std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
-    return name;
-});
 
 }  // namespace quarn::test

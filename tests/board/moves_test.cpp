@@ -1,0 +1,416 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "board/fen.h"
+#include "board/movegen.h"
+#include "board/movetext.h"
+#include "board/perft.h"
+#include "support.h"
+
+namespace quarn::test {
+
+namespace {
+
+// Counts above this are left to the optimised build.
+constexpr uint64_t kSlowBuildLimit = 2'500'000;
+const char* const kStalemate = "7k/5Q2/6K1/8/8/8/8/8 b - -";
+
+// The fixed fields (skipping the padding after the state) and both histories up to ply.
+bool sameRecord(const Position& a, const Position& b) {
+    constexpr size_t stateEnd = offsetof(Position, state) + offsetof(UndoState, epSquare) + 1;
+    constexpr size_t tail = offsetof(Position, moveHistory) - offsetof(Position, sideToMove);
+    return std::memcmp(&a, &b, stateEnd) == 0 &&
+           std::memcmp(&a.sideToMove, &b.sideToMove, tail) == 0 &&
+           std::memcmp(a.moveHistory, b.moveHistory, (a.ply + 1) * sizeof(Move)) == 0 &&
+           std::memcmp(a.keyHistory, b.keyHistory, a.ply * sizeof(uint64_t)) == 0;
+}
+
+bool keysAndMaterialOk(const Position& pos) {
+    return pos.hashKey == computeHashKey(pos) && pos.state.pawnKey == computePawnKey(pos) &&
+           pos.side[WHITE].material == computeMaterial(pos, WHITE) &&
+           pos.side[BLACK].material == computeMaterial(pos, BLACK) && positionOk(pos);
+}
+
+std::vector<Move> legalMoves(Position& pos) {
+    Move moves[kMaxMoves];
+    return {moves, generateMoves(pos, moves)};
+}
+
+std::string longText(const Position& pos, Move m) {
+    char buf[kMoveTextSize];
+    writeMoveLong(pos, buf, m);
+    return buf;
+}
+
+std::string sanText(Position& pos, Move m) {
+    SanWriter writer{pos, {}};
+    return writeMoveSan(writer, m);
+}
+
+// The legal move whose long text is `text`, or 0.
+Move findMove(Position& pos, const std::string& text) {
+    for (const Move m : legalMoves(pos))
+        if (longText(pos, m) == text) return m;
+    return kNullMove;
+}
+
+std::string fenOf(const Position& pos) { return getFen(pos).chars(); }
+
+int square(const char* s) { return makeSquare(s[0] - 'a', s[1] - '1'); }
+
+// The quiescence moves picked out of the full legal list: queen promotions only, captures of a
+// victim worth at least the margin (a pawn on its seventh counts as a queen) or by a pinned
+// pawn (its king's blocker), and quiet pawn steps onto the seventh with the promotion square free.
+std::vector<Move> expectedCaptures(Position& pos, int margin) {
+    static constexpr int kPoints[8] = {0, 1, 3, 3, 5, 10, 0, 0};
+    const int us = static_cast<int>(pos.sideToMove), up = us == WHITE ? 8 : -8;
+    std::vector<Move> out;
+    for (const Move m : legalMoves(pos)) {
+        const int from = fromSquare(m), to = toSquare(m), victim = pos.board[to];
+        const bool pawn = typeOf(pos.board[from]) == PAWN;
+        const bool promoting = typeOf(victim) == PAWN && rankOf(to) == (us == WHITE ? 1 : 6);
+        if (!isCastling(m) && !isEnPassant(m) &&
+            (promotionType(m) ? promotionType(m) == QUEEN
+             : victim ? (promoting ? 10 : kPoints[typeOf(victim)]) >= margin ||
+                            (pawn && (pos.state.kingBlockers[us] & squareBit[from]))
+                      : pawn && rankOf(to) == (us == WHITE ? 6 : 1) && !pos.board[to + up]))
+            out.push_back(m);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// Checks every move of pos and, below depth 1, of the positions after it. Black's long
+// castling (to c8, square 58) is written "O-O", so its SAN cannot come back: those are counted.
+int checkRoundTrips(Position& pos, int depth) {
+    int blackLong = 0;
+    for (const Move m : legalMoves(pos)) {
+        const std::string lng = longText(pos, m), san = sanText(pos, m);
+        EXPECT_EQ(parseMove(pos, lng.c_str()) & kIdentityMask, m & kIdentityMask) << lng;
+        const Move back = parseMove(pos, san.c_str());
+        if (isCastling(m) && toSquare(m) == 58) {
+            ++blackLong;
+            EXPECT_EQ(san, "O-O");
+            EXPECT_TRUE(back == kNullMove || (isCastling(back) && toSquare(back) == 62));
+        } else {
+            EXPECT_EQ(back & kIdentityMask, m & kIdentityMask) << san << " " << lng;
+        }
+        // Once made, the piece is read from the to square: a promotion shows its new piece.
+        const UndoState saved = pos.state;
+        makeMove(pos, m);
+        EXPECT_EQ(longText(pos, m), promotionType(m) ? kPieceLetters[promotionType(m)] + lng : lng);
+        if (depth > 1) blackLong += checkRoundTrips(pos, depth - 1);
+        unmakeMove(pos, m, saved);
+    }
+    return blackLong;
+}
+
+}  // namespace
+
+// One move against the position written out by hand (the FEN's en-passant field names the
+// square behind the pawn), and whether the fifty-move count restarts.
+TEST(Position, MoveMatchesHandWrittenResult) {
+    const char* const castle = "r3k2r/8/8/8/8/8/8/R3K2R w KQkq -";
+    const char* const castleBlack = "r3k2r/8/8/8/8/8/8/R3K2R b KQkq -";
+    const char* const bishop = "r3k2r/8/8/8/8/8/1B6/R3K2R w KQkq -";
+    const struct {
+        const char *fen, *move, *after;
+        bool resetsFifty;
+    } cases[] = {
+        // No black pawn can take on e3: no en-passant square.
+        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", "e2e4",
+         "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq -", true},
+        {"4k3/8/8/8/3p4/8/4P3/4K3 w - -", "e2e4", "4k3/8/8/8/3pP3/8/8/4K3 b - e3", true},
+        {"4k3/3p4/8/4P3/8/8/8/4K3 b - -", "d7d5", "4k3/8/8/3pP3/8/8/8/4K3 w - d6", true},
+        {"4k3/8/8/3pP3/8/8/8/4K3 w - d6", "e5d6", "4k3/8/3P4/8/8/8/8/4K3 b - -", true},
+        {bishop, "b2h8", "r3k2B/8/8/8/8/8/8/R3K2R b KQq -", true},
+        {bishop, "a1b1", "r3k2r/8/8/8/8/8/1B6/1R2K2R b Kkq -", false},
+        {castle, "e1e2", "r3k2r/8/8/8/8/8/4K3/R6R b kq -", false},
+        {castle, "e1g1", "r3k2r/8/8/8/8/8/8/R4RK1 b kq -", false},
+        {castleBlack, "e8c8", "2kr3r/8/8/8/8/8/8/R3K2R w KQ -", false},
+        {"r3k3/1P6/8/8/8/8/8/4K3 w q -", "b7a8q", "Q3k3/8/8/8/8/8/8/4K3 b - -", true},
+        {"4k3/8/8/8/8/8/6p1/4K2R b K -", "g2h1r", "4k3/8/8/8/8/8/8/4K2r w - -", true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.fen) + " " + c.move);
+        Position pos = positionFrom(c.fen);
+        const Position expected = positionFrom(c.after);
+        const Move m = parseMove(pos, c.move);
+        ASSERT_NE(m, kNullMove);
+        makeMove(pos, m);
+        // Boards, king squares, material, mailbox and occupancy.
+        EXPECT_EQ(std::memcmp(&pos, &expected, offsetof(Position, hashKey)), 0);
+        EXPECT_EQ(pos.hashKey, expected.hashKey);
+        EXPECT_EQ(pos.state.pawnKey, expected.state.pawnKey);
+        EXPECT_EQ(pos.state.castling, expected.state.castling);
+        EXPECT_EQ(pos.state.epSquare, expected.state.epSquare);
+        EXPECT_EQ(pos.sideToMove, expected.sideToMove);
+        EXPECT_EQ(pos.state.fiftyStart, c.resetsFifty ? 1u : 0u);
+    }
+    // No key for the side to move: the same placement and rights hash alike for either side.
+    EXPECT_EQ(positionFrom(castle).hashKey, positionFrom(castleBlack).hashKey);
+}
+
+// Every count of the perft file (the slow build skips the large ones), with the position left
+// as it was; depth 0 and below count the legal moves. The lines of divide between its rulers
+// add up to perft; with no legal move there are none and a total of 0.
+TEST(Perft, EpdCountsAndDivide) {
+    std::vector<EpdEntry> entries = loadEpd("perft.epd");
+    ASSERT_EQ(entries.size(), 6u);
+    entries.push_back({kStalemate, {0, 0, 0}});
+    int runs = 0;
+    for (const EpdEntry& e : entries) {
+        SCOPED_TRACE(e.fen);
+        Position pos = positionFrom(e.fen);
+        const Position root = pos;
+        EXPECT_EQ(perft(pos, 0), e.counts[0]);
+        EXPECT_EQ(perft(pos, -1), e.counts[0]);
+        for (size_t d = 1; d <= e.counts.size(); ++d, ++runs) {
+            if (kSlowBuild && e.counts[d - 1] > kSlowBuildLimit) break;
+            EXPECT_EQ(perft(pos, static_cast<int>(d)), e.counts[d - 1]) << "depth " << d;
+        }
+        for (const int depth : {1, 3}) {
+            FILE* f = std::tmpfile();
+            divide(pos, depth, f);
+            std::rewind(f);
+            char buf[128] = "";
+            double count = 0, sum = 0, total = -1;
+            uint64_t lines = 0;
+            EXPECT_TRUE(std::fgets(buf, sizeof buf, f) && buf[0] == '-') << buf;
+            for (; std::fgets(buf, sizeof buf, f) && buf[0] != '-'; ++lines, sum += count)
+                EXPECT_TRUE(std::sscanf(buf, "%*s %lf", &count) == 1 && (depth > 1 || count == 1))
+                    << buf;
+            EXPECT_TRUE(std::fgets(buf, sizeof buf, f) && std::sscanf(buf, "total %lf", &total));
+            std::fclose(f);
+            EXPECT_EQ(lines, e.counts[0]) << "depth " << depth;
+            EXPECT_EQ(sum, static_cast<double>(e.counts[depth - 1])) << "depth " << depth;
+            EXPECT_EQ(total, sum) << "depth " << depth;
+        }
+        EXPECT_TRUE(sameRecord(pos, root)) << "changed by perft or divide";
+    }
+    EXPECT_EQ(runs, kSlowBuild ? 26 : 36);
+}
+
+TEST(MoveGen, EdgeCases) {
+    const struct {
+        const char* fen;
+        const char* from;  // only the moves of this square; "" for all
+        bool ordered;
+        const char* expected;
+    } cases[] = {
+        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1", "", true,
+         "a2a4 a2a3 b2b4 b2b3 c2c4 c2c3 d2d4 d2d3 e2e4 e2e3 f2f4 f2f3 g2g4 g2g3 h2h4 h2h3 "
+         "Nb1a3 Nb1c3 Ng1f3 Ng1h3"},
+        // Double check from Nf3 and Rh1: Nxf3 and Rxh1 would answer only one checker.
+        {"7R/8/k7/6N1/8/5n2/8/4K2r w - - 0 1", "", true, "Ke1e2 Ke1f2"},
+        // Pinned on the file: pushes, but no capture of the bishop.
+        {"4r2k/8/8/8/8/3b4/4P3/4K3 w - - 0 1", "e2", false, "e2e3 e2e4"},
+        // Pinned on the rank: neither push nor capture.
+        {"8/8/8/8/k7/4n3/K2P3r/8 w - - 0 1", "d2", false, ""},
+        // Pinned on a diagonal: only the pinner may be taken, and only when it stands next.
+        {"8/8/8/8/7k/3n1b2/4P3/3K4 w - - 0 1", "e2", false, "e2xf3"},
+        {"8/8/8/8/6bk/3n4/4P3/3K4 w - - 0 1", "e2", false, ""},
+        // exd6 would clear the fifth rank between Ka5 and Rh5 (or Qh5); without them it is fine.
+        {"8/8/8/K2pP2r/8/8/8/7k w - d6 0 1", "e5", false, "e5e6"},
+        {"8/8/8/K2pP2q/8/8/8/7k w - d6 0 1", "e5", false, "e5e6"},
+        {"8/8/8/K2pP3/8/8/8/7k w - d6 0 1", "e5", true, "e5xd6 e5e6"},
+        {"4k3/8/8/8/3Pp3/8/8/4K3 b - d3 0 1", "e4", true, "e4xd3 e4e3"},
+        // The king in check from Ra1 cannot step back to f1.
+        {"7k/8/8/8/8/8/8/r3K3 w - - 0 1", "", true, "Ke1d2 Ke1e2 Ke1f2"},
+        // Promotions come Q, N, B, R, captures before pushes.
+        {"8/4P3/8/8/8/8/k7/4K3 w - - 0 1", "e7", true, "e7e8=Q e7e8=N e7e8=B e7e8=R"},
+        {"3r3k/4P3/8/8/8/8/8/K7 w - - 0 1", "e7", true,
+         "e7xd8=Q e7xd8=N e7xd8=B e7xd8=R e7e8=Q e7e8=N e7e8=B e7e8=R"},
+        // Taking the checker on the last rank: Q, N, R, B; e8 blocks nothing.
+        {"3r3k/4P3/8/8/8/8/8/3K4 w - - 0 1", "e7", true, "e7xd8=Q e7xd8=N e7xd8=R e7xd8=B"},
+    };
+    for (const auto& c : cases) {
+        Position pos = positionFrom(c.fen);
+        std::vector<std::string> got, want;
+        for (const Move m : legalMoves(pos))
+            if (!*c.from || fromSquare(m) == square(c.from)) got.push_back(longText(pos, m));
+        std::istringstream words(c.expected);
+        for (std::string w; words >> w;) want.push_back(w);
+        if (!c.ordered) {
+            std::sort(got.begin(), got.end());
+            std::sort(want.begin(), want.end());
+        }
+        EXPECT_EQ(got, want) << c.fen;
+    }
+}
+
+// Random games of up to 200 plies from the perft positions, every 25th opening and set-ups with
+// pins and promotions. Everywhere each legal move passes the quick validity test and is made,
+// checked against a recomputation and unmade; out of check the quiescence moves are the
+// filtered legal list. A null move and a reply end each game; one unmakeMoves call back to the
+// start must then restore the whole record.
+TEST(Position, RandomGamesMakeUnmakeAndGenerate) {
+    std::vector<std::string> fens = loadFens("perft.epd"), openings = loadFens("openings.epd");
+    for (size_t i = 0; i < openings.size(); i += 25) fens.push_back(openings[i]);
+    for (int i = 0; i < 8; ++i)  // a pawn pinned by a bishop it can take; pawns about to promote
+        for (const char* fen :
+             {"4k3/8/8/8/8/2b5/1P6/K7 w - -", "r3k3/1P6/2P5/8/8/8/6p1/4K1R1 w - -",
+              "4k1r1/6P1/8/8/8/2p5/1p6/R3K3 b - -", "1q2k3/P1P5/1P1b4/8/8/1B2p3/2p5/4K3 w - -"})
+            fens.push_back(fen);
+    std::mt19937_64 rng(20240611);
+    int positions = 0;
+    for (const std::string& fen : fens) {
+        SCOPED_TRACE(fen);
+        Position pos = positionFrom(fen);
+        const Position root = pos;
+        for (int ply = 0; ply < 200 && !HasFailure(); ++ply) {
+            const std::vector<Move> legal = legalMoves(pos);
+            if (legal.empty()) break;
+            const Position before = pos;
+            for (const Move m : legal) {
+                EXPECT_TRUE(isValidMove(pos, m)) << fenOf(pos) << " " << longText(pos, m);
+                makeMove(pos, m);
+                EXPECT_TRUE(keysAndMaterialOk(pos)) << fenOf(before) << " " << longText(before, m);
+                unmakeMove(pos, m, before.state);
+                ASSERT_TRUE(sameRecord(pos, before)) << fenOf(before) << " " << longText(before, m);
+            }
+            positions += !inCheck(pos);
+            for (const int margin : {-1, 1, 2, 3, 4, 5, 6, 10, 11}) {
+                if (inCheck(pos)) break;
+                Move moves[kMaxMoves];
+                std::vector<Move> got(moves, generateCaptures(pos, moves, margin));
+                std::sort(got.begin(), got.end());
+                EXPECT_EQ(got, expectedCaptures(pos, margin)) << fenOf(pos) << " margin " << margin;
+            }
+            makeMove(pos, legal[rng() % legal.size()]);
+        }
+        if (!legalMoves(pos).empty() && !inCheck(pos)) {
+            makeNullMove(pos);
+            const std::vector<Move> replies = legalMoves(pos);
+            if (!replies.empty()) makeMove(pos, replies[0]);
+        }
+        unmakeMoves(pos, static_cast<int>(pos.ply), root.state);
+        ASSERT_TRUE(sameRecord(pos, root)) << "unmakeMoves back to the start";
+    }
+    EXPECT_GT(positions, 5000);
+}
+
+// The captured field must be the board's byte, the piece ours, its step its own (a pawn takes
+// diagonally, a promotion onto an occupied square is no quiet move); a pinned piece
+// stays on its line, the king off attacked squares; en passant only onto the square behind the
+// pawn in epSquare; in check a capture must take a checker; a promotion needs a pawn.
+TEST(MoveGen, IsValidMoveRules) {
+    const int bp = pieceCode(BLACK, PAWN), bn = pieceCode(BLACK, KNIGHT);
+    const int br = pieceCode(BLACK, ROOK), wr = pieceCode(WHITE, ROOK);
+    const Move dbl = kDoubleStepFlag, ep = kEnPassantFlag, oo = kCastleFlag;
+    const Move toQ = withPromotion(0, QUEEN), toR = withPromotion(0, ROOK);
+    const char* const start = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1";
+    const char* const pawns = "4k3/8/8/3p4/4P3/8/8/4K3 w - - 0 1";
+    const char* const pin = "4r2k/8/8/8/8/8/4R3/4K3 w - - 0 1";
+    const char* const eFile = "4r2k/8/8/8/8/8/8/3K4 w - - 0 1";
+    const char* const rank = "7k/8/8/8/8/8/8/r3K3 w - - 0 1";
+    const char* const f6 = "4k3/8/8/3pPp2/8/8/8/4K3 w - f6 0 1";
+    const char* const noEp = "4k3/8/8/3pPp2/8/8/8/4K3 w - - 0 1";
+    const char* const check = "4k3/3R4/8/8/7r/3n4/8/4K2R w - - 0 1";
+    const char* const rook = "4k3/P7/8/8/8/8/8/R3K3 w - - 0 1";
+    const char* const promo = "8/8/8/8/8/8/4p3/k2RK3 b - - 0 1";
+    const char* const castle = "4k3/8/8/8/8/8/8/4K2R w K - 0 1";
+    const char* const g8 = "4k1r1/8/8/8/8/8/8/4K2R w K - 0 1";
+    const char* const blocked = "4k3/8/8/4p3/4P3/8/8/4K3 w - - 0 1";
+    const char* const onA8 = "n3k3/P7/8/8/8/8/8/R3K3 w - - 0 1";
+    const struct {
+        const char *fen, *move;  // from and to square
+        int captured;
+        Move flags;
+        bool valid;
+    } cases[] = {
+        {pawns, "e4d5", bp, 0, true}, {pawns, "e4d5", bn, 0, false}, {pawns, "e4d5", 0, 0, false},
+        {pawns, "e4e5", 0, 0, true}, {pawns, "d5d4", 0, 0, false}, {pawns, "a3a4", 0, 0, false},
+        {start, "e2e4", 0, 0, false}, {start, "e2e4", 0, dbl, true}, {start, "b1d2", 0, 0, false},
+        {start, "f1c4", 0, 0, false}, {pin, "e2e5", 0, 0, true}, {pin, "e2e8", br, 0, true},
+        {pin, "e2a2", 0, 0, false}, {pin, "e1d1", 0, 0, true}, {eFile, "d1e1", 0, 0, false},
+        {eFile, "d1c1", 0, 0, true}, {rank, "e1f1", 0, 0, false}, {rank, "e1e2", 0, 0, true},
+        {castle, "e1g1", 0, oo, true}, {g8, "e1g1", 0, oo, false}, {f6, "e5f6", bp, ep, true},
+        {f6, "e5d6", bp, ep, false}, {noEp, "e5f6", bp, ep, false}, {check, "d7d3", bn, 0, true},
+        {check, "h1h4", br, 0, false}, {rook, "a1a6", 0, 0, true}, {rook, "a1a6", 0, toQ, false},
+        {rook, "a7a8", 0, toQ, true}, {promo, "e2d1", wr, toR, true},
+        {promo, "e2f1", wr, toR, false}, {start, "b1b3", 0, 0, false},
+        {castle, "e1g1", 0, 0, false}, {blocked, "e4e5", bp, 0, false},
+        {onA8, "a7a8", 0, toQ, false},
+    };
+    for (const auto& c : cases) {
+        Position pos = positionFrom(c.fen);
+        legalMoves(pos);  // current attack words
+        const Move m = makeMoveWord(square(c.move), square(c.move + 2), c.captured) | c.flags;
+        EXPECT_EQ(isValidMove(pos, m), c.valid) << c.fen << " " << c.move;
+    }
+}
+
+// Long text and SAN of every move of the perft positions and of the positions after them.
+TEST(MoveText, RoundTripsThroughParser) {
+    int blackLong = 0;
+    for (const EpdEntry& e : loadEpd("perft.epd")) {
+        Position pos = positionFrom(e.fen);
+        SCOPED_TRACE(e.fen);
+        blackLong += checkRoundTrips(pos, 2);
+    }
+    // Black may castle long after 45 of White's 48 first moves in the second position (not
+    // after Bxa6, Nc6 or Nxf7, which cover c8 or d8) and after all 6 in the fourth.
+    EXPECT_EQ(blackLong, 45 + 6);
+}
+
+// Forgiving input, and SAN written with only the disambiguation it needs (san: the text is the
+// SAN of the move).
+TEST(MoveText, ParsesAndWritesSan) {
+    const char* const start = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1";
+    const char* const promo = "8/4P3/8/8/8/2n5/1P6/K6k w - - 0 1";
+    const char* const castle = "r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1";
+    const char* const knights = "4k3/8/8/1N6/8/8/8/1N2KN2 w - - 0 1";
+    const char* const two = "4k3/8/8/1N6/8/8/8/1N2K3 w - - 0 1";
+    const char* const three = "4k3/8/8/1N6/8/8/8/1N1NK3 w - - 0 1";
+    const struct {
+        const char *fen, *text;
+        const char* expected;  // long text of the parsed move; "" for none
+        bool san = false;
+        const char* message = "";
+    } cases[] = {
+        {start, "e2e4", "e2e4"},          {start, "e4", "e2e4", true},   {start, "Pe4", "e2e4"},
+        {start, "e2-e4", "e2e4"},         {start, "Nf3", "Ng1f3", true}, {start, "g1f3", "Ng1f3"},
+        {start, "Ngf3", "Ng1f3"},         {start, "e5", ""},             {start, "%", ""},
+        {promo, "e7e8q", "e7e8=Q"},       {promo, "e8Q", "e7e8=Q"},      {promo, "e7e8", "e7e8=Q"},
+        {promo, "e7e8n", "e7e8=N"},       {promo, "e7e8b", "e7e8=B"},    {promo, "e8=b", ""},
+        {promo, "e8=Q", "e7e8=Q", true},  {promo, "bxc3", "b2xc3", true}, {castle, "o-o", "O-O"},
+        {castle, "O-O", "O-O", true},     {castle, "O-O-O", "O-O-O", true}, {castle, "OOOO", ""},
+        {castle, "Rxa8+", "Ra1xa8"},      {castle, "Rxa8", "Ra1xa8", true}, {castle, "O-O-O-O", ""},
+        {two, "N1c3", "Nb1c3", true},     {two, "N5c3", "Nb5c3", true},
+        {three, "Nb1c3", "Nb1c3", true},  {three, "Ndc3", "Nd1c3", true},
+        {three, "Ne3", "Nd1e3", true},
+        {"1r2k3/P7/8/8/8/8/8/4K3 w - - 0 1", "axb8=N", "a7xb8=N", true},
+        {"4k3/8/8/3pP3/8/8/8/4K3 w - d6 0 1", "exd6", "e5xd6", true},
+        {"4k3/8/8/8/8/8/4K3/R6R w - - 0 1", "Rad1", "Ra1d1", true},
+        {"4k3/8/8/8/8/8/8/5K2 w - - 0 1", "O-O", ""},
+        {castle, "0-0", "", false, "illegal char in move 0-0: 48\n"},
+        {knights, "Nd2", "", false, "ambiguous move: Nb1d2 _and_ Nf1d2\n"},
+        {knights, "Nc3", "", false, "ambiguous move: Nb1c3 _and_ Nb5c3\n"},
+    };
+    for (const auto& c : cases) {
+        Position pos = positionFrom(c.fen);
+        testing::internal::CaptureStderr();
+        const Move m = parseMove(pos, c.text);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.message) << c.text;
+        EXPECT_EQ(m ? longText(pos, m) : "", c.expected) << c.text;
+        EXPECT_EQ(m, *c.expected ? findMove(pos, c.expected) : kNullMove) << c.text;
+        if (c.san) {
+            EXPECT_EQ(sanText(pos, m), c.text);
+        }
+    }
+    Position pos = positionFrom(start);
+    EXPECT_EQ(parseMove(pos, nullptr), kNullMove);
+    EXPECT_EQ(sanText(pos, kNullMove), "%");
+    EXPECT_EQ(longText(pos, kNullMove), "%");
+}
+
+}  // namespace quarn::test
