@@ -1,6 +1,7 @@
 // Entry point: start-up in a fixed order, then one loop reading lines until "quit" or end of
 // input.
 #include <cpuid.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -122,7 +123,12 @@ int main(int argc, char** argv) {
     for (;;) {
         // The prompt goes once the GUI has said "uci".
         char* line = readInputLine(uci().uciMode() ? nullptr : "% ");
-        if (!line) return 0;
+        if (!line) {
+            // End of input ends the process like "quit": a search still running must not
+            // outlive the objects it reports to.
+            std::fflush(nullptr);
+            _exit(0);
+        }
         const LineOutcome outcome = handleLine(line);
         std::free(line);
         if (outcome == LineOutcome::QUIT) return 0;

@@ -12,6 +12,8 @@ namespace quarn {
 namespace {
 
 constexpr uint32_t kNoTimeLimit = 0xFFFFFFFFu;  // limitMs -1: never expires
+constexpr int kReserveShare = 8;
+constexpr int kStopLatencyMs = 30;
 
 struct GoParameters {
     int wtime = -1, btime = -1, winc = 0, binc = 0;
@@ -95,7 +97,11 @@ void Uci::onGo() {
         const int clock = white ? p.wtime : p.btime, increment = white ? p.winc : p.binc;
         if (clock >= 0) {
             logMessage("got wb moves/millis=%i/%i\n", p.movestogo, clock);
-            timeControl.reserveMs = reserveMs_;
+            // The reserve is kept back from the clock, but on a short clock only an eighth of it
+            // plus the time a stop takes to land: a 3 s reserve on a 2 s clock would leave every
+            // move a fixed 100 ms and lose on time.
+            const int shortReserve = clock / kReserveShare + kStopLatencyMs;
+            timeControl.reserveMs = reserveMs_ < shortReserve ? reserveMs_ : shortReserve;
             timeControl.setClock(p.movestogo, clock, increment);
             timed = true;
         } else if (p.movestogo > 0 && p.nodes) {

@@ -61,3 +61,25 @@ TEST(Abuse, ImpossiblePositionsAreRefused) {
 }
 
 }  // namespace quarn::test
+
+namespace quarn::test {
+
+// 1100 plies of knight shuffles, past the history's 1024 entries, then a search: the history
+// keeps its recent part, so nothing is written out of bounds (the sanitizer build runs this).
+TEST(Abuse, LongGamesFitTheHistory) {
+    std::string uciMoves, consoleMoves;
+    const char* uciCycle[] = {"g1f3", "g8f6", "f3g1", "f6g8"};
+    const char* consoleCycle[] = {"Nf3", "Nf6", "Ng1", "Ng8"};
+    for (int i = 0; i < 1100; ++i) {
+        uciMoves += std::string(" ") + uciCycle[i % 4];
+        consoleMoves += std::string(consoleCycle[i % 4]) + "\n";
+    }
+    const EngineRun uciRun = runEngine("uci\nposition startpos moves" + uciMoves + "\ngo depth 10\nisready\n");
+    EXPECT_EQ(uciRun.status, 0);
+    EXPECT_NE(uciRun.out.find("readyok"), std::string::npos);
+    const EngineRun consoleRun = runEngine(consoleMoves + "md 10\ng\nquit\n");
+    EXPECT_EQ(consoleRun.status, 0);
+    EXPECT_NE(consoleRun.out.find("[10/"), std::string::npos);
+}
+
+}  // namespace quarn::test
