@@ -100,10 +100,10 @@ const Ending kEndings[] = {
 
 }  // namespace
 
-// Draws (divisor 0) score the tempo alone. Otherwise the sum is divided (lone bishops of opposite
-// colours: by 4, 2 or 3 for pawn counts differing by 0, 1 or 2) and gains the pawnless 1000 of a
-// side more than 3 points ahead. The rook-pawn rules need a quiet race. With no king attack (12
-// points or fewer) the other side to move only flips the sign: r(w) + r(b) = 8.
+// Draws (divisor 0) score the tempo of 4 alone. Otherwise the sum is divided (lone bishops of
+// opposite colours: by 4, 2 or 3 for pawn counts differing by 0, 1 or 2) and gains the pawnless
+// 1000 of a side more than 3 points ahead. The rook-pawn rules need a quiet race. With no king
+// attack (12 points or fewer) the other side to move only flips the sign: r(w) + r(b) = 8.
 TEST(Evaluate, DrawAndScalingRules) {
     for (const Ending& c : kEndings) {
         Position pos = positionFrom(std::string(c.placement) + " w - -");
@@ -117,11 +117,11 @@ TEST(Evaluate, DrawAndScalingRules) {
             ASSERT_EQ(t.racing, 0) << fenOf(pos);
             ASSERT_NE(t.sum, 0) << fenOf(pos);
             EXPECT_EQ(t.final, c.divisor ? t.sum / c.divisor + c.bonus : 0) << fenOf(pos);
-            EXPECT_EQ(t.result, kTempo + (side == WHITE ? t.final : -t.final)) << fenOf(pos);
+            EXPECT_EQ(t.result, 4 + (side == WHITE ? t.final : -t.final)) << fenOf(pos);
             EXPECT_EQ(evaluate(*shared), t.result) << fenOf(pos);
             results += t.result;
         }
-        EXPECT_EQ(results, 2 * kTempo) << c.placement;
+        EXPECT_EQ(results, 8) << c.placement;
     }
 }
 

@@ -134,7 +134,7 @@ TEST_P(UciUnbounded, IsReadyAtOnceAndStopEnds) {
     const auto asked = Clock::now();
     engine.send("isready");
     ASSERT_TRUE(engine.line("readyok", kWaitMs));
-    EXPECT_LT(msSince(asked), kSlowBuild ? 150 : 50);
+    EXPECT_LT(msSince(asked), kSlowBuild ? 1000 : 250);  // at once, not after the iteration
     EXPECT_FALSE(engine.line("bestmove", 300));
     engine.send("stop");
     EXPECT_EQ(bestmoveOf(engine.line("bestmove", kWaitMs), kStartFen).size(), 2u);
@@ -249,7 +249,7 @@ TEST(UciLimited, MateScores) {
 TEST(UciLimited, MoveTimeAndInfoThrottle) {
     const Finished f = searchToEnd("position startpos", "go movetime 1000");
     EXPECT_GE(f.ms, 995);
-    EXPECT_LT(f.ms, kSlowBuild ? 1700 : 1150);
+    EXPECT_LT(f.ms, kSlowBuild ? 1700 : 1250);
     EXPECT_GE(field(f.info.back(), "time"), 1000);
     int early = 0, late = 0, spaced = 0;
     long lastCurrent = -1;
