@@ -135,7 +135,7 @@ void startSearch(const Position& pos, SearchReporter* reporter) {
     RootSearch& root = pool.root;
     root.reporter = reporter;
     root.rootStop.store(0);
-    root.depth = 0;
+    root.depth.store(0);
     root.bestMove = 0;
     root.rootPv[0] = 0;
     std::memset(&master.stats, 0, sizeof master.stats);

@@ -295,7 +295,7 @@ void iterate(RootSearch& root) {
     uint64_t previousNodes = 1;
     for (;; ++depth) {
         // 2. A new iteration.
-        root.depth = depth;
+        root.depth.store(depth);
         timeControl.setDepthDone(depth);
         timeControl.failLowResolved();
         const uint64_t startNodes = nodesOf(root);
@@ -350,8 +350,9 @@ void printSearchLine(const RootSearch& root, int score, const char* text) {
     if (root.quiet) return;
     char buf[1200];
     // The depth is right-aligned in three characters, the bracket included.
-    int n = std::snprintf(buf, sizeof buf, "%s[%i/%i] %s", root.depth < 10 ? "  " : root.depth < 100 ? " " : "",
-                      root.depth, root.master->maxPly, root.master->maxPly < 10 ? " " : "");
+    const int depth = root.depth.load();
+    int n = std::snprintf(buf, sizeof buf, "%s[%i/%i] %s", depth < 10 ? "  " : depth < 100 ? " " : "",
+                      depth, root.master->maxPly, root.master->maxPly < 10 ? " " : "");
     const uint32_t ms = clockMs() - timeControl.startMs;
     if (ms < 60000) {
         n += std::snprintf(buf + n, sizeof buf - n, "%8.3f", ms / 1000.0);

@@ -39,7 +39,9 @@ struct RootSearch {
     Move rootPv[kMaxPly];  // zero-terminated
     std::atomic<uint8_t> rootStop;
     uint8_t quiet;  // no console lines
-    int depth;      // the iteration running
+    // The iteration running, 0 before the first. Read by the input thread (ponderhit), so it
+    // is atomic; once it is above 0 the root moves are built and stay as they are.
+    std::atomic<int> depth;
 };
 
 // All legal moves, ordered by exchange value. Returns their count.

@@ -65,12 +65,8 @@ struct SearchThread {
     bool woken;
 
     bool stopped() const { return stopFlag.load(std::memory_order_relaxed) != 0; }
-    // Stop bytes are plain flags polled by the search; the fences order them with the rest.
-    void requestStop() {
-        std::atomic_thread_fence(std::memory_order_seq_cst);
-        stopFlag.store(1, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_seq_cst);
-    }
+    // The search polls the flag cheaply; raising it is a full-order store.
+    void requestStop() { stopFlag.store(1); }
 };
 
 }  // namespace quarn

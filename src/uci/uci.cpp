@@ -219,9 +219,13 @@ void Uci::onPonderHit() {
         case SEARCHING:
             std::fputs("uci::ponderhit status==SEARCHING, ponderhit ignored\n", stderr);
             break;
-        case PONDERING:
-            if (timeControl.ponderHit(pool.root.rootMoveCount, pool.root.depth)) pool.threads[0]->requestStop();
+        case PONDERING: {
+            // The search thread builds the root moves before its first iteration starts.
+            const int depth = pool.root.depth.load();
+            const int moves = depth > 0 ? pool.root.rootMoveCount : 0;
+            if (timeControl.ponderHit(moves, depth)) pool.threads[0]->requestStop();
             break;
+        }
         default:
             std::fprintf(stderr, "uci::ponderhit unknown status==%i, ponderhit ignored\n", old);
     }
