@@ -4,11 +4,12 @@
 BUILD_DIR := build
 SANITIZE_DIR := build-sanitize
 TSAN_DIR := build-tsan
+TIDY_DIR := build-tidy
 FUZZ_DIR := build-fuzz
 FUZZ_SECONDS ?= 30
 JOBS ?= $(shell nproc)
 
-.PHONY: run test build deps test-release test-sanitize test-tsan bench install clean fuzz-build fuzz-smoke fuzz-run
+.PHONY: run test build deps test-release test-sanitize test-tsan tidy bench install clean fuzz-build fuzz-smoke fuzz-run
 
 run: build
 	./$(BUILD_DIR)/quarn
@@ -38,6 +39,10 @@ test-tsan: deps
 	cd $(TSAN_DIR) && TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 		ctest --output-on-failure -j$(JOBS) -R 'SearchThreads|Uci'
 
+# clang-tidy over the engine and the tests with the checks of .clang-tidy; a finding fails.
+tidy:
+	TIDY_BUILD_DIR=$(CURDIR)/$(TIDY_DIR) TIDY_JOBS=$(JOBS) scripts/tidy
+
 # The binary into bin and the manual page into share/man/man6 (PREFIX, default /usr/local).
 PREFIX ?= /usr/local
 install: build
@@ -47,7 +52,7 @@ bench: build
 	./$(BUILD_DIR)/bench/quarn_bench
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(FUZZ_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(TIDY_DIR) $(FUZZ_DIR)
 
 # libFuzzer targets (clang): build them, a short run of each, or a long one (FUZZ_SECONDS).
 fuzz-build:

@@ -11,9 +11,9 @@ char* writeMoveLong(const Position& pos, char* buf, Move m) {
     if (m == kNullMove) {
         *out++ = '%';
     } else if (isCastling(m)) {
-        const char* text = fileOf(toSquare(m)) >= 4 ? "O-O" : "O-O-O";
-        std::strcpy(out, text);
-        out += std::strlen(text);
+        const bool kingside = fileOf(toSquare(m)) >= 4;
+        std::memcpy(out, kingside ? "O-O" : "O-O-O", kingside ? 3 : 5);
+        out += kingside ? 3 : 5;
     } else {
         const int from = fromSquare(m), to = toSquare(m);
         const int code = pos.board[from] ? pos.board[from] : pos.board[to];
@@ -43,11 +43,12 @@ const char* writeMoveSan(SanWriter& writer, Move m) {
     char* out = writer.text;
     if (isCastling(m)) {
         // The whole square number is compared, so Black's long castling reads "O-O".
-        std::strcpy(out, toSquare(m) <= 3 ? "O-O-O" : "O-O");
+        const bool queenside = toSquare(m) <= 3;
+        std::memcpy(out, queenside ? "O-O-O" : "O-O", queenside ? 6 : 4);
         return writer.text;
     }
     if (m == kNullMove) {
-        std::strcpy(out, "%");
+        std::memcpy(out, "%", 2);
         return writer.text;
     }
     const int from = fromSquare(m), to = toSquare(m), code = pos.board[from];

@@ -67,8 +67,10 @@ constexpr uint64_t splitMix(uint64_t& state) {
 
 // A fixed set of random keys, made at compile time. The first en-passant keys and the key of
 // White's short castling right are fixed values of their own.
-constexpr std::array<uint64_t, 16 * 64> buildZobrist() {
-    std::array<uint64_t, 16 * 64> keys{};
+inline constexpr size_t kZobristKeys = size_t{16} * 64;
+
+constexpr std::array<uint64_t, kZobristKeys> buildZobrist() {
+    std::array<uint64_t, kZobristKeys> keys{};
     uint64_t state = 0x7175617266ULL;
     for (auto& k : keys) k = splitMix(state);
     keys[0] = 0x5719555B81E14BA2ULL;
@@ -82,10 +84,12 @@ constexpr std::array<uint64_t, 16 * 64> buildZobrist() {
 
 // Zobrist keys by (piece code & 15) * 64 + square. Row 0 holds no piece: entries 0..7 are the
 // en-passant keys by file, entries 8..11 the keys of the castling rights K, k, Q and q.
-inline constexpr std::array<uint64_t, 16 * 64> zobrist = detail::buildZobrist();
+inline constexpr std::array<uint64_t, detail::kZobristKeys> zobrist = detail::buildZobrist();
 extern uint64_t castleKeys[16];
 
-inline uint64_t pieceKey(int code, int square) { return zobrist[(code & 15) * 64 + square]; }
+inline uint64_t pieceKey(int code, int square) {
+    return zobrist[static_cast<size_t>(code & 15) * 64 + static_cast<size_t>(square)];
+}
 inline uint64_t enPassantKey(int square) { return zobrist[square & 7]; }
 
 // Castling keys by rights value: the XOR of the single-right keys.

@@ -75,8 +75,9 @@ void storeRoot(RootSearch& root, int depth, int score, Move move, TtBound bound)
     tt.store(*root.position, e);
 }
 
-// The moves of a line in long form, made one by one so every piece letter is right.
-void writeLine(Position& pos, const Move* line, char* out, size_t size) {
+// The moves of a line in long form, made one by one so every piece letter is right. Returns
+// the length written.
+size_t writeLine(Position& pos, const Move* line, char* out, size_t size) {
     UndoState saved[kMaxPly];
     int made = 0;
     size_t used = 0;
@@ -95,13 +96,15 @@ void writeLine(Position& pos, const Move* line, char* out, size_t size) {
         --made;
         unmakeMove(pos, pos.moveHistory[pos.ply], saved[made]);
     }
+    return used;
 }
 
 void reportNewPv(RootSearch& root, int depth, int score, Move move) {
     if (!root.quiet) {
         char text[1024];
-        writeLine(*root.position, root.rootPv, text, sizeof text - 2);
-        std::strcat(text, "\n");
+        const size_t length = writeLine(*root.position, root.rootPv, text, sizeof text - 2);
+        text[length] = '\n';
+        text[length + 1] = 0;
         printSearchLine(root, score, text);
     }
     if (root.reporter) root.reporter->reportPv(static_cast<uint32_t>(depth), score, move);
@@ -301,7 +304,7 @@ void iterate(RootSearch& root) {
         const uint64_t startNodes = nodesOf(root);
         // 3. Full window while shallow, then aspiration around the last score.
         if (depth <= kFullWidthDepth) {
-            score = searchRoot(root, depth, -kInfinity, kInfinity);
+            searchRoot(root, depth, -kInfinity, kInfinity);
         } else {
             const int p = root.rootMoves[0].score;
             int low = 0, high = 0;

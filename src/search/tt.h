@@ -97,7 +97,7 @@ public:
     // The position's home index: (hashKey + side * 4) & mask, so the side to move picks the
     // neighbouring bucket. Its ways are home, home ^ 1, home ^ 2, home ^ 3, in that order.
     uint32_t homeIndex(const Position& pos) const {
-        return static_cast<uint32_t>(pos.hashKey + pos.sideToMove * kWays) & mask_;
+        return static_cast<uint32_t>(pos.hashKey + uint64_t{pos.sideToMove} * kWays) & mask_;
     }
     // Way i (0..3) of the position's bucket, in visiting order; for tests and diagnostics.
     TtEntry& way(const Position& pos, uint32_t i) { return entries_[homeIndex(pos) ^ i]; }

@@ -19,7 +19,8 @@ inline uint32_t clockMs() {
 inline double wallMs() {
     timeval tv;
     gettimeofday(&tv, nullptr);
-    return static_cast<double>(tv.tv_sec) * 1000.0 + static_cast<double>(tv.tv_usec / 1000);
+    const long wholeMs = tv.tv_usec / 1000;  // the clock counts whole milliseconds
+    return static_cast<double>(tv.tv_sec) * 1000.0 + static_cast<double>(wholeMs);
 }
 
 inline uint64_t cycleCount() { return __rdtsc(); }

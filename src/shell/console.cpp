@@ -120,7 +120,7 @@ LineOutcome consoleCommand(char* input, size_t length) {
         printBoard(game, stdout, false);
     } else if (!std::strcmp(word, "g")) {
         const char* next = hadBlank ? std::strtok(nullptr, " ") : nullptr;
-        if (!next || std::strcmp(next, "tt")) tt.clear();
+        if (!next || std::strcmp(next, "tt") != 0) tt.clear();
         startSearch(game, nullptr);
         waitIdle();
     } else if (!std::strcmp(word, "%")) {

@@ -26,7 +26,7 @@ SharedString::Block* SharedString::allocate(uint32_t length) {
 }
 
 SharedString& SharedString::operator=(const SharedString& other) {
-    if (block_ != other.block_) {
+    if (this != &other && block_ != other.block_) {
         release();
         block_ = other.block_;
         retain();

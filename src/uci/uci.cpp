@@ -29,7 +29,7 @@ void initUci(Position* position) { handler = std::make_unique<Uci>(position, std
 
 char* writeUciMove(char* buf, Move m) {
     if (!m) {
-        std::strcpy(buf, "0000");
+        std::memcpy(buf, "0000", 5);
         return buf + 4;
     }
     char* out = writeSquare(buf, fromSquare(m));
@@ -72,7 +72,7 @@ bool Uci::dispatch(const char* word, const char* arguments) {
         {"ponderhit", &Uci::onPonderHit}, {"stop", &Uci::onStop},
     };
     for (const Command& c : commands) {
-        if (std::strcmp(word, c.name)) continue;
+        if (std::strcmp(word, c.name) != 0) continue;
         (this->*c.run)();
         out_.flush();
         if (FILE* log = logStream()) std::fflush(log);
@@ -189,14 +189,13 @@ Move Uci::ponderMove() const {
 }
 
 void Uci::sendBestMove(Move best, Move ponder) {
-    char text[64];
-    char* out = text + std::strlen(std::strcpy(text, "bestmove "));
-    out = writeUciMove(out, best);
+    char text[64] = "bestmove ";
+    char* out = writeUciMove(text + 9, best);
     if (ponder) {
-        out += std::strlen(std::strcpy(out, " ponder "));
-        out = writeUciMove(out, ponder);
+        std::memcpy(out, " ponder ", 8);
+        out = writeUciMove(out + 8, ponder);
     }
-    std::strcpy(out, "\n");
+    std::memcpy(out, "\n", 2);
     out_.putString(text);
     out_.flush();
     if (!best) std::fprintf(stderr, "No move generated! bm=%x\n", best);
