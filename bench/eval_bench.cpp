@@ -1,42 +1,20 @@
 // Speed of the static evaluation and of the exchange evaluator over the opening positions.
 #include <benchmark/benchmark.h>
 
-#include <fstream>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "board/fen.h"
 #include "board/movegen.h"
-#include "board/position.h"
 #include "eval/evaluate.h"
 #include "eval/see.h"
+#include "positions.h"
 
 namespace {
 
 using namespace quarn;
 
-// Every line of openings.epd set up as a position (attack words included, as setFen leaves them).
-std::vector<Position>& openings() {
-    static std::vector<Position> list = [] {
-        std::vector<Position> out;
-        std::ifstream in(QUARN_BENCH_DATA "/openings.epd");
-        for (std::string line; std::getline(in, line);) {
-            if (line.find_first_not_of(' ') == std::string::npos) continue;
-            out.emplace_back();
-            if (!setFen(out.back(), line.c_str())) out.pop_back();
-        }
-        return out;
-    }();
-    return list;
-}
-
-bool checkPositions(benchmark::State& state) {
-    if (!openings().empty()) return true;
-    state.SkipWithError("no positions read from " QUARN_BENCH_DATA "/openings.epd");
-    return false;
-}
+bench::EpdPositions openings("openings.epd");
 
 // A repeated position is answered from the evaluation cache in a few nanoseconds, which would
 // time the cache and not the evaluation. So before each call the position's cache slot gets a key
@@ -46,19 +24,19 @@ bool checkPositions(benchmark::State& state) {
 // is kept after the first pass, as most probes of a search hit; with one entry nearly every
 // structure is rebuilt, which is the price of a pawn-table miss.
 void BM_Evaluate(benchmark::State& state) {
-    if (!checkPositions(state)) return;
+    if (!openings.ready(state)) return;
     auto ctx = std::make_unique<EvalContext>();
-    initEvalContext(*ctx, &openings().front());
+    initEvalContext(*ctx, &openings.list().front());
     resizePawnTable(ctx->pawnTable, static_cast<uint32_t>(state.range(0)));
     int64_t count = 0;
     for (auto _ : state) {
-        for (Position& pos : openings()) {
+        for (Position& pos : openings.list()) {
             ctx->pos = &pos;
             const uint64_t key = pos.hashKey ^ pos.sideToMove;
             ctx->cache[key & (kEvalCacheSize - 1)].key = ~key;
             benchmark::DoNotOptimize(evaluate(*ctx));
         }
-        count += static_cast<int64_t>(openings().size());
+        count += static_cast<int64_t>(openings.list().size());
     }
     state.SetItemsProcessed(count);
     state.counters["pawn hits %"] =
@@ -69,9 +47,9 @@ BENCHMARK(BM_Evaluate)->ArgName("pawn entries")->Arg(kSearchPawnEntries)->Arg(1)
 
 // Every capture of every opening position, en passant and capturing promotions included.
 void BM_See(benchmark::State& state) {
-    if (!checkPositions(state)) return;
+    if (!openings.ready(state)) return;
     std::vector<std::pair<const Position*, Move>> captures;
-    for (Position& pos : openings()) {
+    for (Position& pos : openings.list()) {
         Move list[kMaxMoves];
         for (Move *m = list, *end = generateMoves(pos, list); m != end; ++m)
             if (capturedCode(*m)) captures.emplace_back(&pos, *m);

@@ -36,7 +36,6 @@ constexpr int kHopelessStandPat = -2000;
 constexpr int kQuiesceHashScore = 32767, kQuiesceLateHashScore = 32766;
 constexpr int kPromotionOrderBonus = 120;
 constexpr int kMarginCutoff = 10;       // above this margin no capture can help
-constexpr Move kCaptureOrPromotion = 0x07FF0000u;
 constexpr Move kNotQuiet = 0x0FFF0000u;
 constexpr uint32_t kExtensionShift = 30;
 constexpr Bitboard kFarRanks = kRank1 | (kRank1 << 8) | (kRank8 >> 8) | kRank8;
@@ -62,6 +61,19 @@ void updatePv(SearchThread& t, int ply, Move m) {
 void setSinglePv(SearchThread& t, int ply, Move m) {
     t.pv[ply][0] = m;
     t.pv[ply][1] = 0;
+}
+
+// A move that beat the best score so far: it is the best now, stored as `recorded`, and above
+// alpha its line leads the PV and raises alpha. Forced inline: left to the compiler, quiesce
+// keeps its scores in memory and runs slower.
+[[gnu::always_inline]] inline void raiseBest(SearchThread& t, int ply, Move m, Move recorded,
+                                             int s, int& best, Move& bestMove, int& alpha) {
+    best = s;
+    bestMove = recorded;
+    if (s > alpha) {
+        updatePv(t, ply, m);
+        alpha = s;
+    }
 }
 
 void playMove(SearchThread& t, Move m) {
@@ -256,26 +268,26 @@ void updateKillers(SearchThread& t, int ply, Move m) {
 
 int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t flags) {
     Position& pos = t.pos;
-    // 1. Stopped.
+    // Stopped.
     if (t.stopped()) return stopScore();
-    // 2. Horizon.
+    // Horizon.
     if (depth < 1) {
         ++t.stats.frontier;
         return quiesce(t, ply, 2, alpha, beta, flags | FROM_SEARCH);
     }
-    // 3. Limits, every 256 full-width nodes.
+    // Limits, every 256 full-width nodes.
     ++t.stats.nodes;
     if (timeToCheckLimits(t) && timeControl.outOfBudget(t.stats.total())) {
         t.requestStop();
         return stopScore();
     }
-    // 4. Seldepth and an empty PV.
+    // Seldepth and an empty PV.
     if (ply > t.maxPly) t.maxPly = ply;
     t.pv[ply][0] = 0;
-    // 5-8. Draws.
+    // Draws.
     if (drawnByRules(t, ply, beta)) return 0;
 
-    // 9. Transposition table.
+    // Transposition table.
     const bool pvNode = flags & NODE_PV;
     ++t.stats.ttProbes;
     TtEntry entry;
@@ -299,21 +311,21 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         hashMove = entry.move;
     }
 
-    // 10. Too deep to go on, or no room left in the position's history.
+    // Too deep to go on, or no room left in the position's history.
     if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return staticEval;
 
-    // 11. Mate-distance pruning.
+    // Mate-distance pruning.
     if (alpha > kMateThreshold && alpha >= kMateScore - 1 - ply) return alpha;
     const int us = static_cast<int>(pos.sideToMove), them = us ^ 1;
     const bool inCheck = (pos.state.enemyAttacks & squareBit[pos.side[us].kingSquare]) != 0;
     if (beta < -kMateThreshold && ply - kMateScore + (inCheck ? 0 : 2) >= beta) return beta;
 
-    // 12. No reductions after a move that now stands pinned to its own king: it may have
+    // No reductions after a move that now stands pinned to its own king: it may have
     // been played to set up a discovered attack we must see at full depth.
     const Move lastMove = pos.moveHistory[pos.ply];
     const bool reductionsOn = !inCheck && !(pos.state.kingBlockers[them] & squareBit[toSquare(lastMove)]);
 
-    // 13. Null move.
+    // Null move.
     Move threat = 0;
     const SideBlock& own = pos.side[us];
     if (!inCheck && lastMove != kNullMove && (flags & NULL_ALLOWED) &&
@@ -344,10 +356,10 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         if ((flags & REDUCED_CHILD) && threat && s == ply - (kMateScore - 2)) return -kInfinity;
     }
 
-    // 14. Children are never reduced children themselves.
+    // Children are never reduced children themselves.
     flags &= ~static_cast<uint32_t>(REDUCED_CHILD);
 
-    // 15. Internal iterative deepening finds a first move to try.
+    // Internal iterative deepening finds a first move to try.
     if (!hashMove && depth != 1 && (flags & (NODE_PV | NODE_CUT))) {
         ++t.stats.iid;
         const int s = search(t, ply, depth - kIidReduction, alpha, beta, flags);
@@ -362,7 +374,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     Move bestMove = 0;
     const UndoState saved = pos.state;
 
-    // 16. The hash move before any generation.
+    // The hash move before any generation.
     if (hashMove) {
         const Move m = hashMove & kIdentityMask;
         int extension = static_cast<int>(hashMove >> kExtensionShift);
@@ -379,15 +391,10 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
             ++t.stats.firstMoveCuts;
             return s;
         }
-        best = s;
-        bestMove = m;
-        if (s > alpha) {
-            updatePv(t, ply, m);
-            alpha = s;
-        }
+        raiseBest(t, ply, m, m, s, best, bestMove, alpha);
     }
 
-    // 17. Generation and ordering; a single evasion extends every move of the node.
+    // Generation and ordering; a single evasion extends every move of the node.
     Move moves[kMaxMoves];
     Move* end = inCheck ? generateEvasions(pos, moves) : generateAll(pos, moves);
     if (end == moves) {
@@ -401,12 +408,12 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     else
         lateStart = orderMoves(t, ply, moves, end, threat, hashMove);
 
-    // 18. Tactical marks, when the node is behind.
+    // Tactical marks, when the node is behind.
     const bool marking = staticEval <= alpha;
     TacticalContext tactics{};
     if (marking) tactics = tacticalContext(pos, alpha - staticEval);
 
-    // 19. Futility value.
+    // Futility value.
     int futility = kInfinity;
     if (!inCheck && depth <= kFutilityDepth) {
         const bool heavy = (own.pieces[ROOK] | own.pieces[QUEEN]) &&
@@ -414,7 +421,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         if (heavy) futility = staticEval + kFutilityMargin[depth];
     }
 
-    // 20. The move loop.
+    // The move loop.
     Move cutMove = 0;
     int cutScore = 0;
     for (Move* it = moves; it != end; ++it) {
@@ -422,9 +429,9 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         if (hashMove && sameMove(m, hashMove)) continue;
         const bool killer = sameMove(m, t.killers[ply][0]) || sameMove(m, t.killers[ply][1]);
         t.stats.killerTries += killer;
-        // 20.1 Once a move is found, the rest of a non-PV node are expected all-nodes.
+        // Once a move is found, the rest of a non-PV node are expected all-nodes.
         if (!pvNode && bestMove) flags = (flags & ~7u) + NODE_ALL;
-        // 20.2-3 Futility pruning of late quiet moves.
+        // Futility pruning of late quiet moves.
         const bool late = it >= lateStart;
         const bool tactical = marking && isTactical(pos, tactics, m);
         if (late && futility < alpha && isQuiet(m) && !(tactical && see(pos, m) >= 0)) {
@@ -435,14 +442,14 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
             }
             continue;
         }
-        // 20.4 Make the move with its extension.
+        // Make the move with its extension.
         int extension = singleReply;
         if (!singleReply) extension = recaptureExtension(pos, m, depth);
         const int newDepth = depth - 1 + extension;
         playMove(t, m);
         int s;
         bool searched = false;
-        // 20.5 Late-move reduction.
+        // Late-move reduction.
         if (late && reductionsOn) {
             const int r = tactical ? kTacticalReduction : kReduction;
             ++t.stats.reduceTries;
@@ -451,21 +458,21 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
                 takeBack(pos, m, saved);
                 return stopScore();
             }
+            // The reduced search stands when it fails low, unless a tactical move was refuted
+            // by a quiet reply: that one is searched again at full depth.
             const Move reply = t.pv[ply + 1][0];
-            if (tactical && reply && !capturedCode(reply)) {
-                ++t.stats.reduceFails;
-            } else if (s <= alpha) {
+            const bool quietRefutation = tactical && reply && !capturedCode(reply);
+            if (!quietRefutation && s <= alpha) {
                 takeBack(pos, m, saved);
                 if (s > best) {
                     best = s;
                     bestMove = m;
                 }
                 continue;
-            } else {
-                ++t.stats.reduceFails;
             }
+            ++t.stats.reduceFails;
         }
-        // 20.6 Full depth.
+        // Full depth.
         if (pvNode) {
             if (bestMove) {
                 s = -search(t, ply + 1, newDepth, -alpha - 1, -alpha, NULL_ALLOWED | NODE_CUT);
@@ -475,10 +482,10 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         } else {
             s = -search(t, ply + 1, newDepth, -beta, -alpha, (flags ^ kSwapExpectation) | NULL_ALLOWED);
         }
-        // 20.7 Unmake.
+        // Unmake.
         takeBack(pos, m, saved);
         if (t.stopped()) return stopScore();
-        // 20.8 A better move.
+        // A better move.
         if (s > best) {
             const Move candidate = m | (static_cast<Move>(singleReply) << kExtensionShift);
             if (s >= beta) {
@@ -488,17 +495,12 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
                 t.stats.firstMoveCuts += !hashMove && it == moves;
                 break;
             }
-            best = s;
-            bestMove = candidate;
-            if (s > alpha) {
-                ++t.stats.pvNodes;
-                updatePv(t, ply, m);
-                alpha = s;
-            }
+            t.stats.pvNodes += s > alpha;
+            raiseBest(t, ply, m, candidate, s, best, bestMove, alpha);
         }
     }
 
-    // 21. Cut-off.
+    // Cut-off.
     if (cutMove) {
         if (!inCheck && isQuiet(cutMove)) updateKillers(t, ply, cutMove);
         setSinglePv(t, ply, cutMove & kIdentityMask);
@@ -507,7 +509,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         return cutScore;
     }
 
-    // 22. All-node or PV node.
+    // All-node or PV node.
     storeBounded(pos, ply, depth, alphaOrig, best, bestMove, staticEval);
     if (alphaOrig >= best) {
         ++t.stats.allNodes;
@@ -545,16 +547,16 @@ void dropMove(Move* list, Move*& end, int* scores, int i) {
 
 int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint32_t flags) {
     Position& pos = t.pos;
-    // 1. Stopped; count the node.
+    // Stopped; count the node.
     if (t.stopped()) return stopScore();
     ++t.stats.qnodes;
     t.pv[ply][0] = 0;
-    // 2. Draws.
+    // Draws.
     if (drawnByRules(t, ply, beta)) return 0;
-    // 3. Mate-distance pruning.
+    // Mate-distance pruning.
     if (alpha > kMateThreshold && alpha >= kMateScore - 1 - ply) return alpha;
 
-    // 4. Transposition table at depth checkDepth - 2.
+    // Transposition table at depth checkDepth - 2.
     const bool pvNode = flags & NODE_PV;
     TtEntry entry;
     int staticEval;
@@ -572,7 +574,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
         staticEval = entry.staticEval;
         hashMove = entry.move & kIdentityMask;
     }
-    // 5. Too deep.
+    // Too deep.
     if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return staticEval;
 
     const int us = static_cast<int>(pos.sideToMove), them = us ^ 1;
@@ -586,7 +588,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
     Move* end = moves;
 
     if (inCheck) {
-        // 6. Evasions.
+        // Evasions.
         end = generateEvasions(pos, moves);
         if (end == moves) {
             ++t.stats.mates;
@@ -618,15 +620,15 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
                 checkDepth = 0;
         }
     } else {
-        // 7.1 Stalemate shortcut.
+        // Stalemate shortcut.
         if (staleMated(pos)) return 0;
-        // 7.2 Captures must win at least this many pawns to matter.
+        // Captures must win at least this many pawns to matter.
         const SideBlock& own = pos.side[us];
         if (pos.side[them].material > 0x1FFFFFFF && (own.pieces[ROOK] | own.pieces[QUEEN])) {
             const int d = (alpha - staticEval) / 100;
             margin = d < 0 ? 0 : d < 4 ? d : d - 2;
         }
-        // 7.3 Threats against us; serious ones are searched full width.
+        // Threats against us; serious ones are searched full width.
         int threatened = 0;
         Move mateThreat = 0;
         if (staticEval > alpha) {
@@ -642,7 +644,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
             checkDepth /= 2;
             checksAllowed = false;
         } else {
-            // 7.4 Stand pat.
+            // Stand pat.
             int standPat;
             if (pvNode && (ply & 1)) {
                 standPat = staticEval;
@@ -653,7 +655,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
                 standPat = staticEval - threatened;
             }
             if (standPat >= beta) return standPat;
-            // 7.5 Best so far.
+            // Best so far.
             bool generate = true;
             if (margin) {
                 const int behind = standPat - alpha + 1000;
@@ -663,7 +665,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
                 best = standPat;
                 if (standPat > alpha) alpha = standPat;
             }
-            // 7.6 Captures worth the margin, losing ones dropped.
+            // Captures worth the margin, losing ones dropped.
             if (generate) {
                 end = generateCaptures(pos, moves, margin);
                 int scores[kMaxMoves];
@@ -699,10 +701,10 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
         }
     }
 
-    // 8. Mated next move whatever we do.
+    // Mated next move whatever we do.
     if (beta < -kMateThreshold && beta <= ply - (kMateScore - 2)) return beta;
 
-    // 9. A mate we threaten (not after a king step that answered our last mate threat).
+    // A mate we threaten (not after a king step that answered our last mate threat).
     if (!inCheck) {
         const Move last = pos.moveHistory[pos.ply];
         const bool skip = !(flags & FROM_SEARCH) && last && !capturedCode(last) &&
@@ -725,18 +727,11 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
                 lowerBound(pos, ply, checkDepth - 2, s, mate, staticEval);
                 return s;
             }
-            if (s > best) {
-                best = s;
-                bestMove = mate;
-                if (s > alpha) {
-                    updatePv(t, ply, mate);
-                    alpha = s;
-                }
-            }
+            if (s > best) raiseBest(t, ply, mate, mate, s, best, bestMove, alpha);
         }
     }
 
-    // 10-11. The move loop, then once more over the quiet checks. Checks are generated only
+    // The move loop, then once more over the quiet checks. Checks are generated only
     // while the halved allowance is left, so they come at the first quiescence ply alone.
     const UndoState saved = pos.state;
     bool checksDone = !checksAllowed || inCheck || checkDepth == 0;
@@ -764,12 +759,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
                     lowerBound(pos, ply, checkDepth - 2, s, m, staticEval);
                     return s;
                 }
-                best = s;
-                bestMove = m;
-                if (s > alpha) {
-                    updatePv(t, ply, m);
-                    alpha = s;
-                }
+                raiseBest(t, ply, m, m, s, best, bestMove, alpha);
             }
         }
         if (checksDone) break;
@@ -778,7 +768,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
         t.stats.quietChecks += static_cast<uint64_t>(end - moves);
     }
 
-    // 12. Store.
+    // Store.
     storeBounded(pos, ply, checkDepth - 2, alphaOrig, best, bestMove, staticEval);
     return best;
 }

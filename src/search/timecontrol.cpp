@@ -1,5 +1,6 @@
 #include "search/timecontrol.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -38,6 +39,16 @@ constexpr int kSingleMoveDepth = 3;
 // The out-of-book factor (2 - moves), or 0 when no extra is due: known counts below 2 only.
 int outOfBookFactor(int moves) {
     return moves != 0 && moves < kOutOfBookSpan ? kOutOfBookSpan - moves : 0;
+}
+
+// A phase's share of `base` by its factor, held between `least` and `most`.
+int64_t phaseShare(float factor, int64_t base, int64_t least, int64_t most) {
+    return std::clamp(static_cast<int64_t>(factor * static_cast<float>(base)), least, most);
+}
+
+// A phase change of the root search, when due and once the first iteration has started.
+void changePhase(TimeControl& tc, bool due, int to) {
+    if (tc.depthDone != 0 && due) tc.selectPhase(to);
 }
 
 }  // namespace
@@ -87,10 +98,7 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
     // No phase may spend more than the clock holds, however far the score falls.
     for (int i = 0; i < kPhases; ++i) {
         factor[i] = kPhaseFactors[i];
-        int64_t budget = static_cast<int64_t>(factor[i] * static_cast<float>(base));
-        if (budget > available) budget = available;
-        if (budget < 0) budget = 0;
-        timeLimitMs[i] = static_cast<uint32_t>(budget);
+        timeLimitMs[i] = static_cast<uint32_t>(phaseShare(factor[i], base, 0, available));
     }
 }
 
@@ -103,12 +111,10 @@ void TimeControl::setNodeBudget() {
     if (base < kFewNodes || base > kManyNodes) std::printf("nodes=%i\n", static_cast<int>(base));
     if (canPonder) base = static_cast<int64_t>(static_cast<float>(base) * kPonderBonus);
 
+    // At least one node: 0 would mean no limit at all.
     for (int i = 0; i < kPhases; ++i) {
         factor[i] = kPhaseFactors[i];
-        int64_t budget = static_cast<int64_t>(factor[i] * static_cast<float>(base));
-        if (budget > total) budget = total;
-        // 0 would mean no limit at all.
-        nodeLimit[i] = budget < 1 ? 1 : budget;
+        nodeLimit[i] = phaseShare(factor[i], base, 1, total);
     }
     selectPhase(kPhaseNormal);
 }
@@ -120,22 +126,14 @@ void TimeControl::noteIterationScore(int score) {
 }
 
 // The best move so far is in doubt: give the search the most time to find a better one.
-void TimeControl::firstMoveFailedLow() {
-    if (depthDone != 0 && phase < kPhaseNewBest) selectPhase(kPhaseFailLow);
-}
+void TimeControl::firstMoveFailedLow() { changePhase(*this, phase < kPhaseNewBest, kPhaseFailLow); }
 
 // A new best move is being confirmed; a little more time, so it is not cut short.
-void TimeControl::newBestMoveSearch() {
-    if (depthDone != 0 && phase < kPhaseNewBest) selectPhase(kPhaseNewBest);
-}
+void TimeControl::newBestMoveSearch() { changePhase(*this, phase < kPhaseNewBest, kPhaseNewBest); }
 
-void TimeControl::newBestMoveDone() {
-    if (depthDone != 0 && phase == kPhaseNewBest) selectPhase(kPhaseNormal);
-}
+void TimeControl::newBestMoveDone() { changePhase(*this, phase == kPhaseNewBest, kPhaseNormal); }
 
-void TimeControl::failLowResolved() {
-    if (depthDone != 0 && phase == kPhaseFailLow) selectPhase(kPhaseNormal);
-}
+void TimeControl::failLowResolved() { changePhase(*this, phase == kPhaseFailLow, kPhaseNormal); }
 
 void TimeControl::checkScoreDrop(int score) {
     if (phase == kPhaseFailLow || depthDone < kDropDepth) return;

@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "board/bitboard.h"
@@ -18,6 +17,7 @@
 #include "board/movegen.h"
 #include "board/movetext.h"
 #include "board/position.h"
+#include "fuzz_support.h"
 
 namespace {
 
@@ -53,17 +53,9 @@ Position pos, before;
     __builtin_trap();
 }
 
+// The board and the move counters.
 bool samePosition(const Position& a, const Position& b) {
-    for (int c = 0; c < 2; ++c) {
-        if (std::memcmp(a.side[c].pieces, b.side[c].pieces, sizeof a.side[c].pieces) ||
-            a.side[c].kingSquare != b.side[c].kingSquare ||
-            a.side[c].material != b.side[c].material)
-            return false;
-    }
-    return !std::memcmp(a.board, b.board, sizeof a.board) && a.occupied == b.occupied &&
-           a.hashKey == b.hashKey && a.sideToMove == b.sideToMove && a.ply == b.ply &&
-           a.state.pawnKey == b.state.pawnKey && a.state.castling == b.state.castling &&
-           a.state.epSquare == b.state.epSquare && a.state.fiftyStart == b.state.fiftyStart;
+    return test::sameBoard(a, b) && a.ply == b.ply && a.state.fiftyStart == b.state.fiftyStart;
 }
 
 bool inList(const Move* begin, const Move* end, Move m) {

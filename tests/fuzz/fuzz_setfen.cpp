@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "board/bitboard.h"
@@ -21,10 +20,12 @@
 #include "board/movegen.h"
 #include "board/movetext.h"
 #include "board/position.h"
+#include "fuzz_support.h"
 
 namespace {
 
 using namespace quarn;
+using test::sameBoard;
 
 [[noreturn]] void fail(const char* what, const Position& pos, Move m) {
     char text[kMoveTextSize];
@@ -38,20 +39,6 @@ bool sameState(const UndoState& a, const UndoState& b) {
     return a.pawnKey == b.pawnKey && a.enemyAttacks == b.enemyAttacks &&
            a.kingBlockers[0] == b.kingBlockers[0] && a.kingBlockers[1] == b.kingBlockers[1] &&
            a.fiftyStart == b.fiftyStart && a.castling == b.castling && a.epSquare == b.epSquare;
-}
-
-// The board part: what a FEN describes (the move counters aside) and the keys made from it.
-bool sameBoard(const Position& a, const Position& b) {
-    for (int c = 0; c < 2; ++c) {
-        if (std::memcmp(a.side[c].pieces, b.side[c].pieces, sizeof a.side[c].pieces) ||
-            a.side[c].kingSquare != b.side[c].kingSquare ||
-            a.side[c].material != b.side[c].material)
-            return false;
-    }
-    return !std::memcmp(a.board, b.board, sizeof a.board) && a.occupied == b.occupied &&
-           a.hashKey == b.hashKey && a.sideToMove == b.sideToMove &&
-           a.state.pawnKey == b.state.pawnKey && a.state.castling == b.state.castling &&
-           a.state.epSquare == b.state.epSquare;
 }
 
 // getFen, then setFen of that text into `scratch`: must succeed and give the same board.
