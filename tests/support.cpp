@@ -1,38 +1,31 @@
 #include "support.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "board/bitboard.h"
-#include "board/fen.h"
+#include "search/pool.h"
+#include "search/timecontrol.h"
+#include "search/tt.h"
+#include "shell/log.h"
 
 namespace quarn::test {
 
-namespace {
-
 // Tables are built once for the whole test binary, as start-up does for the engine.
-class TablesEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        initTables();
-        initCastleKeys();
-    }
+struct TablesEnvironment : ::testing::Environment {
+    void SetUp() override { initTables(); initCastleKeys(); }
 };
-
 const auto* const kTables = ::testing::AddGlobalTestEnvironment(new TablesEnvironment);
-
-}  // namespace
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -46,43 +39,96 @@ std::string dataPath(const std::string& name) { return std::string(QUARN_TEST_DA
 std::vector<EpdEntry> loadEpd(const std::string& name) {
     std::vector<EpdEntry> entries;
     std::ifstream in(dataPath(name));
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty()) continue;
-        EpdEntry e;
-        const size_t semi = line.find(';');
-        e.fen = line.substr(0, semi);
-        while (!e.fen.empty() && e.fen.back() == ' ') e.fen.pop_back();
-        for (size_t p = semi; p != std::string::npos; p = line.find(';', p + 1)) {
-            unsigned depth = 0;
-            unsigned long long count = 0;
-            if (std::sscanf(line.c_str() + p, ";D%u %llu", &depth, &count) == 2) {
-                if (e.counts.size() < depth) e.counts.resize(depth);
-                e.counts[depth - 1] = count;
-            }
+    for (std::string line; std::getline(in, line);) {
+        const Lines w = words(line);
+        if (w.size() < 4) continue;
+        entries.push_back({w[0] + " " + w[1] + " " + w[2] + " " + w[3], {}});
+        for (size_t i = 4; i + 1 < w.size(); ++i) {  // ";D<depth> <count>" in rising depth
+            if (w[i].rfind(";D", 0) != 0) continue;
+            entries.back().counts.resize(std::stoul(w[i].substr(2)));
+            entries.back().counts.back() = std::stoull(w[i + 1]);
         }
-        entries.push_back(e);
     }
     return entries;
 }
 
 std::vector<std::string> loadFens(const std::string& name) {
     std::vector<std::string> fens;
-    std::ifstream in(dataPath(name));
-    std::string line;
-    while (std::getline(in, line)) {
-        std::istringstream words(line);
-        std::string field, fen;
-        for (int i = 0; i < 4 && words >> field; ++i) fen += (i ? " " : "") + field;
-        if (!fen.empty()) fens.push_back(fen);
-    }
+    for (const EpdEntry& e : loadEpd(name)) fens.push_back(e.fen);
     return fens;
+}
+
+Lines words(const std::string& text) {
+    std::istringstream in(text);
+    return Lines(std::istream_iterator<std::string>(in), {});
+}
+
+int countOf(const std::string& text, const std::string& piece) {
+    int n = 0;
+    for (size_t p = text.find(piece); p != std::string::npos; p = text.find(piece, p + 1)) ++n;
+    return n;
+}
+
+std::string printed(const std::function<void(FILE*)>& write) {
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* out = open_memstream(&text, &size);
+    write(out);
+    std::fclose(out);
+    std::string result(text, size);
+    std::free(text);
+    return result;
+}
+
+std::string logged(const std::function<void()>& run) {
+    FILE* const stream = logStream();
+    const int level = logLevel();
+    std::string text = printed([&](FILE* out) {
+        setLogStream(out);
+        setLogLevel(kLogNormal);
+        run();
+    });
+    setLogStream(stream);
+    setLogLevel(level);
+    return text;
 }
 
 Position positionFrom(const std::string& fen) {
     Position pos;
     EXPECT_EQ(setFen(pos, fen.c_str()), 1) << fen;
     return pos;
+}
+
+std::string fenOf(const Position& pos) { return getFen(pos).chars(); }
+
+std::vector<Move> legalMoves(Position& pos) {
+    Move moves[kMaxMoves];
+    return {moves, generateMoves(pos, moves)};
+}
+
+std::string moveText(const Position& pos, Move m) {
+    char buf[kMoveTextSize];
+    writeMoveLong(pos, buf, m);
+    return buf;
+}
+
+int squareAt(const char* name) { return makeSquare(name[0] - 'a', name[1] - '1'); }
+
+void prepareSearch(int depth, uint32_t ms, int64_t nodes) {
+    tt.resize(16384);
+    initThreads();
+    setQuiet(true);
+    tt.clear();
+    timeControl.infinite = 0;
+    timeControl.depthLimit = depth;
+    timeControl.setNodeLimit(nodes);
+    timeControl.setMoveTime(ms);
+    timeControl.reset();
+}
+
+std::string afterStartup(const std::string& out) {
+    const size_t at = out.find("\ninitialized\n");
+    return at == std::string::npos ? "<start-up not finished>\n" + out : out.substr(at + 13);
 }
 
 TempDir::TempDir() {
@@ -98,7 +144,7 @@ namespace {
 
 // Starts the engine in `dir` on the descriptors given or, with `tty`, on that terminal as its
 // controlling terminal.
-pid_t spawn(const std::vector<std::string>& args, const std::string& dir, int in, int out,
+pid_t spawn(const Lines& args, const std::string& dir, int in, int out,
             int err, const std::string& tty = "") {
     std::vector<char*> argv{const_cast<char*>(QUARN_BINARY)};
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
@@ -118,35 +164,29 @@ pid_t spawn(const std::vector<std::string>& args, const std::string& dir, int in
 
 }  // namespace
 
-EngineRun runEngine(const std::string& input, const std::vector<std::string>& args,
-                    const std::string& workDir) {
-    TempDir scratch;
-    std::ofstream(scratch.file("stdin"), std::ios::binary) << input;
-    const int in = open(scratch.file("stdin").c_str(), O_RDONLY | O_CLOEXEC);
-    const int out = open(scratch.file("stdout").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    const int err = open(scratch.file("stderr").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    EngineRun run;
-    const pid_t pid = spawn(args, workDir.empty() ? scratch.path() : workDir, in, out, err);
-    int status = 0;
-    if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status))
-        run.status = WEXITSTATUS(status);
-    for (int fd : {in, out, err}) close(fd);
-    run.out = readFile(scratch.file("stdout"));
-    run.err = readFile(scratch.file("stderr"));
-    return run;
+EngineRun runEngine(const std::string& input, const Lines& args, const std::string& workDir) {
+    EngineSession engine(args, false, &input, workDir);
+    const int status = engine.waitExit(600000);
+    return {engine.out, readFile(engine.dir.file("stderr.txt")), status};
 }
 
-EngineSession::EngineSession(const std::vector<std::string>& args, bool terminal) {
+EngineSession::EngineSession(const Lines& args, bool terminal, const std::string* input,
+                             const std::string& workDir) {
     signal(SIGPIPE, SIG_IGN);
     int up[2] = {-1, -1}, down[2] = {-1, -1};  // to the engine, from it
     if (terminal) {
         up[1] = down[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
         if (up[1] < 0 || grantpt(up[1]) || unlockpt(up[1])) return;
-    } else if (pipe2(up, O_CLOEXEC) || pipe2(down, O_CLOEXEC)) {
+    } else if ((input ? 0 : pipe2(up, O_CLOEXEC)) || pipe2(down, O_CLOEXEC)) {
         return;
     }
+    if (input) {
+        std::ofstream(dir.file("stdin.txt"), std::ios::binary) << *input;
+        up[0] = open(dir.file("stdin.txt").c_str(), O_RDONLY | O_CLOEXEC);
+    }
     const int err = open(dir.file("stderr.txt").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    pid_ = spawn(args, dir.path(), up[0], down[1], err, terminal ? ptsname(up[1]) : "");
+    pid_ = spawn(args, workDir.empty() ? dir.path() : workDir, up[0], down[1], err,
+                 terminal ? ptsname(up[1]) : "");
     for (int fd : {err, up[0], down[1]}) close(fd);
     toEngine_ = up[1];
     fromEngine_ = down[0];

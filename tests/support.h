@@ -1,16 +1,23 @@
-// Shared helpers for the tests: tables, positions from FEN, EPD data and running the binary.
+// Shared helpers for the tests: positions and moves, data files, captured output, the search
+// set up for one run, and the engine binary on a file or on live pipes.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "board/position.h"
+#include "board/fen.h"
+#include "board/movegen.h"
+#include "board/movetext.h"
 
 namespace quarn::test {
+
+using Lines = std::vector<std::string>;
 
 // One line of an EPD file: the FEN and the perft counts given as ";D1 n ;D2 n ...".
 struct EpdEntry {
@@ -18,27 +25,37 @@ struct EpdEntry {
     std::vector<uint64_t> counts;  // counts[d - 1] is the count at depth d
 };
 
-// Path of a file under tests/data.
-std::string dataPath(const std::string& name);
-// The whole file, "" when it cannot be read.
-std::string readFile(const std::string& path);
+std::string dataPath(const std::string& name);    // a file under tests/data
+std::string readFile(const std::string& path);    // "" when it cannot be read
 std::vector<EpdEntry> loadEpd(const std::string& name);
-// FEN lines of a file (the first four fields of each non-empty line).
-std::vector<std::string> loadFens(const std::string& name);
+std::vector<std::string> loadFens(const std::string& name);  // first four fields of each line
+Lines words(const std::string& text);                        // blank-separated
+int countOf(const std::string& text, const std::string& piece);
+// What `write` prints to a stream, and what the engine logs while `run` runs.
+std::string printed(const std::function<void(FILE*)>& write);
+std::string logged(const std::function<void()>& run);
 
 // A position set from FEN; fails the calling test when the FEN is refused.
 Position positionFrom(const std::string& fen);
+std::string fenOf(const Position& pos);
+std::vector<Move> legalMoves(Position& pos);
+std::string moveText(const Position& pos, Move m);  // the long form, "Ng1f3"
+int squareAt(const char* name);                     // "e4" -> 28
 
-// Output of one run of the engine binary with `input` on its standard input.
+// An idle engine with a cleared table, searching to `depth` (0: no limit) within `ms` and
+// `nodes` (0: no limit), its console lines silenced.
+void prepareSearch(int depth, uint32_t ms = 0xFFFFFFFFu, int64_t nodes = 0);
+
+// The engine binary run to its end with `input` on standard input, in `workDir` or else in a
+// fresh temporary directory (it writes its history file where it runs).
 struct EngineRun {
-    std::string out;
-    std::string err;
+    std::string out, err;
     int status = -1;
 };
-// The engine runs in `workDir`, or, when that is empty, in a fresh temporary directory that is
-// removed afterwards (the engine writes its history file into its working directory).
-EngineRun runEngine(const std::string& input, const std::vector<std::string>& args = {},
+EngineRun runEngine(const std::string& input, const Lines& args = {},
                     const std::string& workDir = "");
+// What the engine prints after its start-up lines.
+std::string afterStartup(const std::string& out);
 
 // A fresh directory under /tmp, removed with everything in it when this object goes.
 class TempDir {
@@ -54,20 +71,21 @@ private:
     std::string path_;
 };
 
-// The engine on pipes (with `terminal`, on a pseudo-terminal it has as controlling terminal) in
-// a fresh directory, standard error going to "stderr.txt" there (or to the terminal). Every
-// wait has a deadline and the process is killed when the object goes: no test can hang on it.
+// The engine on pipes (with `terminal`, on a pseudo-terminal that is its controlling terminal;
+// with `input`, reading that text from a file) in a fresh directory or `workDir`, standard error
+// going to "stderr.txt" in the fresh one. Every wait has a deadline and the process is killed
+// when the object goes: no test can hang on it.
 class EngineSession {
 public:
-    explicit EngineSession(const std::vector<std::string>& args = {}, bool terminal = false);
+    explicit EngineSession(const Lines& args = {}, bool terminal = false,
+                           const std::string* input = nullptr, const std::string& workDir = "");
     ~EngineSession();
     void send(const std::string& text);  // a line end is added
     // The next unread output line that `match` accepts (lines passed over count as read); none
     // at the end of the output or after `ms`.
     std::optional<std::string> line(const std::function<bool(const std::string&)>& match, int ms);
     std::optional<std::string> line(const std::string& prefix, int ms);
-    // Reads to the end of the output, then the exit status; -1 when that takes over `ms`.
-    int waitExit(int ms);
+    int waitExit(int ms);  // reads to the end, then the exit status; -1 after `ms`
 
     TempDir dir;
     std::string out;  // the output so far
@@ -80,7 +98,7 @@ private:
     size_t next_ = 0;     // where the first unread line starts in `out`
 };
 
-// Whether this build is slow (sanitizers or no optimisation): deep perft is skipped there.
+// Sanitizers or no optimisation: deep perft is skipped and timings get more room.
 constexpr bool kSlowBuild =
 #if defined(QUARN_SANITIZED) || !defined(NDEBUG)
     true;

@@ -2,17 +2,13 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include "board/fen.h"
-#include "board/movegen.h"
-#include "board/movetext.h"
 #include "board/perft.h"
+#include "eval/see.h"
+#include "search/quietchecks.h"
 #include "support.h"
 
 namespace quarn::test {
@@ -39,15 +35,9 @@ bool keysAndMaterialOk(const Position& pos) {
            pos.side[BLACK].material == computeMaterial(pos, BLACK) && positionOk(pos);
 }
 
-std::vector<Move> legalMoves(Position& pos) {
+std::vector<Move> quietChecks(const Position& pos, int margin) {
     Move moves[kMaxMoves];
-    return {moves, generateMoves(pos, moves)};
-}
-
-std::string longText(const Position& pos, Move m) {
-    char buf[kMoveTextSize];
-    writeMoveLong(pos, buf, m);
-    return buf;
+    return {moves, generateQuietChecks(pos, moves, margin)};
 }
 
 std::string sanText(Position& pos, Move m) {
@@ -58,34 +48,84 @@ std::string sanText(Position& pos, Move m) {
 // The legal move whose long text is `text`, or 0.
 Move findMove(Position& pos, const std::string& text) {
     for (const Move m : legalMoves(pos))
-        if (longText(pos, m) == text) return m;
+        if (moveText(pos, m) == text) return m;
     return kNullMove;
 }
 
-std::string fenOf(const Position& pos) { return getFen(pos).chars(); }
-
-int square(const char* s) { return makeSquare(s[0] - 'a', s[1] - '1'); }
+// Points of the piece on `sq` to the capture generator: a pawn about to promote counts as a queen.
+int victimPoints(const Position& pos, int sq) {
+    static constexpr int kPoints[8] = {0, 1, 3, 3, 5, 10, 0, 0};
+    const int code = pos.board[sq];
+    const bool promoting = typeOf(code) == PAWN && rankOf(sq) == (colourOf(code) ? 1 : 6);
+    return promoting ? 10 : kPoints[typeOf(code)];
+}
 
 // The quiescence moves picked out of the full legal list: queen promotions only, captures of a
 // victim worth at least the margin (a pawn on its seventh counts as a queen) or by a pinned
 // pawn (its king's blocker), and quiet pawn steps onto the seventh with the promotion square free.
 std::vector<Move> expectedCaptures(Position& pos, int margin) {
-    static constexpr int kPoints[8] = {0, 1, 3, 3, 5, 10, 0, 0};
     const int us = static_cast<int>(pos.sideToMove), up = us == WHITE ? 8 : -8;
     std::vector<Move> out;
     for (const Move m : legalMoves(pos)) {
-        const int from = fromSquare(m), to = toSquare(m), victim = pos.board[to];
+        const int from = fromSquare(m), to = toSquare(m);
         const bool pawn = typeOf(pos.board[from]) == PAWN;
-        const bool promoting = typeOf(victim) == PAWN && rankOf(to) == (us == WHITE ? 1 : 6);
         if (!isCastling(m) && !isEnPassant(m) &&
             (promotionType(m) ? promotionType(m) == QUEEN
-             : victim ? (promoting ? 10 : kPoints[typeOf(victim)]) >= margin ||
-                            (pawn && (pos.state.kingBlockers[us] & squareBit[from]))
-                      : pawn && rankOf(to) == (us == WHITE ? 6 : 1) && !pos.board[to + up]))
+             : pos.board[to] ? victimPoints(pos, to) >= margin ||
+                                   (pawn && (pos.state.kingBlockers[us] & squareBit[from]))
+                             : pawn && rankOf(to) == (us == WHITE ? 6 : 1) && !pos.board[to + up]))
             out.push_back(m);
     }
     std::sort(out.begin(), out.end());
     return out;
+}
+
+// The quiet checks of one position against a filter of its legal moves: what must come out
+// (uncovered checks by non-queens, direct checks onto targets the capture generator leaves, the
+// exchange allowing), what may (besides: a bishop or rook lining up through enemy queens), and
+// which moves both generators may share (pushes onto the seventh, pinned pawns' captures,
+// uncovered captures). Returns the number generated.
+int checkQuietChecks(const Position& pos, int margin, const std::vector<Move>& legal,
+                     const std::vector<Move>& captures) {
+    const std::vector<Move> got = quietChecks(pos, margin);
+    const int us = static_cast<int>(pos.sideToMove), them = us ^ 1;
+    const int king = static_cast<int>(pos.side[them].kingSquare);
+    const Bitboard pinned = pos.state.kingBlockers[us];
+    const Bitboard uncovering = pos.state.kingBlockers[them] & pos.side[us].pieces[0] & ~pinned &
+                                ~pos.side[us].pieces[QUEEN];
+    for (const Move m : legal) {
+        const int from = fromSquare(m), to = toSquare(m), type = typeOf(pos.board[from]);
+        const bool uncovers = (uncovering & squareBit[from]) && !(line[from][king] & squareBit[to]);
+        const bool cheap = !pos.board[to] || victimPoints(pos, to) < margin;
+        const Bitboard after = (pos.occupied & ~squareBit[from]) | squareBit[to];
+        const Bitboard through = after & ~pos.side[them].pieces[QUEEN];
+        const Bitboard reach = type == PAWN     ? pawnAttacks[us][to]
+                               : type == KNIGHT ? knightAttacks[to]
+                               : type == BISHOP ? bishopAttacks(to, after)
+                               : type == ROOK   ? rookAttacks(to, after)
+                               : type == QUEEN  ? queenAttacks(to, after)
+                                                : 0;
+        const bool xray = (type == BISHOP && (bishopAttacks(to, through) & squareBit[king])) ||
+                          (type == ROOK && (rookAttacks(to, through) & squareBit[king]));
+        const bool noExchange = type == PAWN && (capturedCode(m) || isDoubleStep(m));
+        const bool direct = (reach & squareBit[king]) && cheap && !(m & kSpecialMask) &&
+                            (noExchange ? !(isDoubleStep(m) && (pinned & squareBit[from]))
+                                        : see(pos, m) >= 0);
+        const bool must = !(m & kSpecialMask) && (uncovers || direct);
+        const bool may = must || (xray && cheap && see(pos, m) >= 0);
+        const auto copies = std::count(got.begin(), got.end(), m);
+        EXPECT_TRUE(must ? copies > 0 : may || copies == 0) << margin << " " << moveText(pos, m);
+        // Twice only when the move both uncovers a check and gives one.
+        EXPECT_LE(copies, uncovers && may ? 2 : 1) << margin << " " << moveText(pos, m);
+        if (copies && std::binary_search(captures.begin(), captures.end(), m)) {
+            EXPECT_TRUE((type == PAWN && !pos.board[to] && rankOf(to) == (us ? 1 : 6)) ||
+                        (type == PAWN && (pinned & squareBit[from])) || (uncovers && !cheap))
+                << margin << " " << moveText(pos, m);
+        }
+    }
+    for (const Move m : got)
+        EXPECT_NE(std::find(legal.begin(), legal.end(), m), legal.end()) << moveText(pos, m);
+    return static_cast<int>(got.size());
 }
 
 // Checks every move of pos and, below depth 1, of the positions after it. Black's long
@@ -93,7 +133,7 @@ std::vector<Move> expectedCaptures(Position& pos, int margin) {
 int checkRoundTrips(Position& pos, int depth) {
     int blackLong = 0;
     for (const Move m : legalMoves(pos)) {
-        const std::string lng = longText(pos, m), san = sanText(pos, m);
+        const std::string lng = moveText(pos, m), san = sanText(pos, m);
         EXPECT_EQ(parseMove(pos, lng.c_str()) & kIdentityMask, m & kIdentityMask) << lng;
         const Move back = parseMove(pos, san.c_str());
         if (isCastling(m) && toSquare(m) == 58) {
@@ -106,7 +146,7 @@ int checkRoundTrips(Position& pos, int depth) {
         // Once made, the piece is read from the to square: a promotion shows its new piece.
         const UndoState saved = pos.state;
         makeMove(pos, m);
-        EXPECT_EQ(longText(pos, m), promotionType(m) ? kPieceLetters[promotionType(m)] + lng : lng);
+        EXPECT_EQ(moveText(pos, m), promotionType(m) ? kPieceLetters[promotionType(m)] + lng : lng);
         if (depth > 1) blackLong += checkRoundTrips(pos, depth - 1);
         unmakeMove(pos, m, saved);
     }
@@ -114,50 +154,6 @@ int checkRoundTrips(Position& pos, int depth) {
 }
 
 }  // namespace
-
-// One move against the position written out by hand (the FEN's en-passant field names the
-// square behind the pawn), and whether the fifty-move count restarts.
-TEST(Position, MoveMatchesHandWrittenResult) {
-    const char* const castle = "r3k2r/8/8/8/8/8/8/R3K2R w KQkq -";
-    const char* const castleBlack = "r3k2r/8/8/8/8/8/8/R3K2R b KQkq -";
-    const char* const bishop = "r3k2r/8/8/8/8/8/1B6/R3K2R w KQkq -";
-    const struct {
-        const char *fen, *move, *after;
-        bool resetsFifty;
-    } cases[] = {
-        // No black pawn can take on e3: no en-passant square.
-        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", "e2e4",
-         "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq -", true},
-        {"4k3/8/8/8/3p4/8/4P3/4K3 w - -", "e2e4", "4k3/8/8/8/3pP3/8/8/4K3 b - e3", true},
-        {"4k3/3p4/8/4P3/8/8/8/4K3 b - -", "d7d5", "4k3/8/8/3pP3/8/8/8/4K3 w - d6", true},
-        {"4k3/8/8/3pP3/8/8/8/4K3 w - d6", "e5d6", "4k3/8/3P4/8/8/8/8/4K3 b - -", true},
-        {bishop, "b2h8", "r3k2B/8/8/8/8/8/8/R3K2R b KQq -", true},
-        {bishop, "a1b1", "r3k2r/8/8/8/8/8/1B6/1R2K2R b Kkq -", false},
-        {castle, "e1e2", "r3k2r/8/8/8/8/8/4K3/R6R b kq -", false},
-        {castle, "e1g1", "r3k2r/8/8/8/8/8/8/R4RK1 b kq -", false},
-        {castleBlack, "e8c8", "2kr3r/8/8/8/8/8/8/R3K2R w KQ -", false},
-        {"r3k3/1P6/8/8/8/8/8/4K3 w q -", "b7a8q", "Q3k3/8/8/8/8/8/8/4K3 b - -", true},
-        {"4k3/8/8/8/8/8/6p1/4K2R b K -", "g2h1r", "4k3/8/8/8/8/8/8/4K2r w - -", true},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.fen) + " " + c.move);
-        Position pos = positionFrom(c.fen);
-        const Position expected = positionFrom(c.after);
-        const Move m = parseMove(pos, c.move);
-        ASSERT_NE(m, kNullMove);
-        makeMove(pos, m);
-        // Boards, king squares, material, mailbox and occupancy.
-        EXPECT_EQ(std::memcmp(&pos, &expected, offsetof(Position, hashKey)), 0);
-        EXPECT_EQ(pos.hashKey, expected.hashKey);
-        EXPECT_EQ(pos.state.pawnKey, expected.state.pawnKey);
-        EXPECT_EQ(pos.state.castling, expected.state.castling);
-        EXPECT_EQ(pos.state.epSquare, expected.state.epSquare);
-        EXPECT_EQ(pos.sideToMove, expected.sideToMove);
-        EXPECT_EQ(pos.state.fiftyStart, c.resetsFifty ? 1u : 0u);
-    }
-    // No key for the side to move: the same placement and rights hash alike for either side.
-    EXPECT_EQ(positionFrom(castle).hashKey, positionFrom(castleBlack).hashKey);
-}
 
 // Every count of the perft file (the slow build skips the large ones), with the position left
 // as it was; depth 0 and below count the legal moves. The lines of divide between its rulers
@@ -178,80 +174,59 @@ TEST(Perft, EpdCountsAndDivide) {
             EXPECT_EQ(perft(pos, static_cast<int>(d)), e.counts[d - 1]) << "depth " << d;
         }
         for (const int depth : {1, 3}) {
-            FILE* f = std::tmpfile();
-            divide(pos, depth, f);
-            std::rewind(f);
-            char buf[128] = "";
-            double count = 0, sum = 0, total = -1;
-            uint64_t lines = 0;
-            EXPECT_TRUE(std::fgets(buf, sizeof buf, f) && buf[0] == '-') << buf;
-            for (; std::fgets(buf, sizeof buf, f) && buf[0] != '-'; ++lines, sum += count)
-                EXPECT_TRUE(std::sscanf(buf, "%*s %lf", &count) == 1 && (depth > 1 || count == 1))
-                    << buf;
-            EXPECT_TRUE(std::fgets(buf, sizeof buf, f) && std::sscanf(buf, "total %lf", &total));
-            std::fclose(f);
-            EXPECT_EQ(lines, e.counts[0]) << "depth " << depth;
-            EXPECT_EQ(sum, static_cast<double>(e.counts[depth - 1])) << "depth " << depth;
-            EXPECT_EQ(total, sum) << "depth " << depth;
+            std::istringstream lines(printed([&](FILE* f) { divide(pos, depth, f); }));
+            std::string line;
+            uint64_t moves = 0, sum = 0;
+            EXPECT_TRUE(std::getline(lines, line) && line[0] == '-') << line;
+            for (; std::getline(lines, line) && line[0] != '-'; ++moves) {
+                const Lines w = words(line);
+                ASSERT_EQ(w.size(), 2u) << line;
+                EXPECT_TRUE(depth > 1 || w[1] == "1") << line;
+                sum += std::stoull(w[1]);
+            }
+            std::getline(lines, line);
+            EXPECT_EQ(words(line), Lines({"total", std::to_string(sum)}));
+            EXPECT_EQ(moves, e.counts[0]) << "depth " << depth;
+            EXPECT_EQ(sum, e.counts[depth - 1]) << "depth " << depth;
         }
         EXPECT_TRUE(sameRecord(pos, root)) << "changed by perft or divide";
     }
     EXPECT_EQ(runs, kSlowBuild ? 26 : 36);
 }
 
-TEST(MoveGen, EdgeCases) {
-    const struct {
-        const char* fen;
-        const char* from;  // only the moves of this square; "" for all
-        bool ordered;
-        const char* expected;
-    } cases[] = {
-        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1", "", true,
+// The order of generation, which the search's move ordering starts from, and the en-passant
+// rules. (Pins, double checks and king moves along a checking line show in every perft count.)
+TEST(MoveGen, OrderAndEnPassant) {
+    const struct { const char *fen, *from, *expected; } cases[] = {  // from: "" for all squares
+        {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1", "",
          "a2a4 a2a3 b2b4 b2b3 c2c4 c2c3 d2d4 d2d3 e2e4 e2e3 f2f4 f2f3 g2g4 g2g3 h2h4 h2h3 "
          "Nb1a3 Nb1c3 Ng1f3 Ng1h3"},
-        // Double check from Nf3 and Rh1: Nxf3 and Rxh1 would answer only one checker.
-        {"7R/8/k7/6N1/8/5n2/8/4K2r w - - 0 1", "", true, "Ke1e2 Ke1f2"},
-        // Pinned on the file: pushes, but no capture of the bishop.
-        {"4r2k/8/8/8/8/3b4/4P3/4K3 w - - 0 1", "e2", false, "e2e3 e2e4"},
-        // Pinned on the rank: neither push nor capture.
-        {"8/8/8/8/k7/4n3/K2P3r/8 w - - 0 1", "d2", false, ""},
-        // Pinned on a diagonal: only the pinner may be taken, and only when it stands next.
-        {"8/8/8/8/7k/3n1b2/4P3/3K4 w - - 0 1", "e2", false, "e2xf3"},
-        {"8/8/8/8/6bk/3n4/4P3/3K4 w - - 0 1", "e2", false, ""},
         // exd6 would clear the fifth rank between Ka5 and Rh5 (or Qh5); without them it is fine.
-        {"8/8/8/K2pP2r/8/8/8/7k w - d6 0 1", "e5", false, "e5e6"},
-        {"8/8/8/K2pP2q/8/8/8/7k w - d6 0 1", "e5", false, "e5e6"},
-        {"8/8/8/K2pP3/8/8/8/7k w - d6 0 1", "e5", true, "e5xd6 e5e6"},
-        {"4k3/8/8/8/3Pp3/8/8/4K3 b - d3 0 1", "e4", true, "e4xd3 e4e3"},
-        // The king in check from Ra1 cannot step back to f1.
-        {"7k/8/8/8/8/8/8/r3K3 w - - 0 1", "", true, "Ke1d2 Ke1e2 Ke1f2"},
+        {"8/8/8/K2pP2r/8/8/8/7k w - d6 0 1", "e5", "e5e6"},
+        {"8/8/8/K2pP2q/8/8/8/7k w - d6 0 1", "e5", "e5e6"},
+        {"8/8/8/K2pP3/8/8/8/7k w - d6 0 1", "e5", "e5xd6 e5e6"},
+        {"4k3/8/8/8/3Pp3/8/8/4K3 b - d3 0 1", "e4", "e4xd3 e4e3"},
         // Promotions come Q, N, B, R, captures before pushes.
-        {"8/4P3/8/8/8/8/k7/4K3 w - - 0 1", "e7", true, "e7e8=Q e7e8=N e7e8=B e7e8=R"},
-        {"3r3k/4P3/8/8/8/8/8/K7 w - - 0 1", "e7", true,
+        {"8/4P3/8/8/8/8/k7/4K3 w - - 0 1", "e7", "e7e8=Q e7e8=N e7e8=B e7e8=R"},
+        {"3r3k/4P3/8/8/8/8/8/K7 w - - 0 1", "e7",
          "e7xd8=Q e7xd8=N e7xd8=B e7xd8=R e7e8=Q e7e8=N e7e8=B e7e8=R"},
         // Taking the checker on the last rank: Q, N, R, B; e8 blocks nothing.
-        {"3r3k/4P3/8/8/8/8/8/3K4 w - - 0 1", "e7", true, "e7xd8=Q e7xd8=N e7xd8=R e7xd8=B"},
+        {"3r3k/4P3/8/8/8/8/8/3K4 w - - 0 1", "e7", "e7xd8=Q e7xd8=N e7xd8=R e7xd8=B"},
     };
     for (const auto& c : cases) {
         Position pos = positionFrom(c.fen);
-        std::vector<std::string> got, want;
+        Lines got, want = words(c.expected);
         for (const Move m : legalMoves(pos))
-            if (!*c.from || fromSquare(m) == square(c.from)) got.push_back(longText(pos, m));
-        std::istringstream words(c.expected);
-        for (std::string w; words >> w;) want.push_back(w);
-        if (!c.ordered) {
-            std::sort(got.begin(), got.end());
-            std::sort(want.begin(), want.end());
-        }
+            if (!*c.from || fromSquare(m) == squareAt(c.from)) got.push_back(moveText(pos, m));
         EXPECT_EQ(got, want) << c.fen;
     }
 }
 
 // Random games of up to 200 plies from the perft positions, every 25th opening and set-ups with
 // pins and promotions. Everywhere each legal move passes the quick validity test and is made,
-// checked against a recomputation and unmade; out of check the quiescence moves are the
-// filtered legal list. A null move and a reply end each game; one unmakeMoves call back to the
-// start must then restore the whole record.
+// checked against a recomputation and unmade; out of check the quiescence moves (captures and
+// quiet checks) are the filtered legal list. A null move and a reply end each game; one
+// unmakeMoves call back to the start must then restore the whole record.
 TEST(Position, RandomGamesMakeUnmakeAndGenerate) {
     std::vector<std::string> fens = loadFens("perft.epd"), openings = loadFens("openings.epd");
     for (size_t i = 0; i < openings.size(); i += 25) fens.push_back(openings[i]);
@@ -261,29 +236,30 @@ TEST(Position, RandomGamesMakeUnmakeAndGenerate) {
               "4k1r1/6P1/8/8/8/2p5/1p6/R3K3 b - -", "1q2k3/P1P5/1P1b4/8/8/1B2p3/2p5/4K3 w - -"})
             fens.push_back(fen);
     std::mt19937_64 rng(20240611);
-    int positions = 0;
+    int positions = 0, checks = 0;
     for (const std::string& fen : fens) {
-        SCOPED_TRACE(fen);
         Position pos = positionFrom(fen);
         const Position root = pos;
         for (int ply = 0; ply < 200 && !HasFailure(); ++ply) {
             const std::vector<Move> legal = legalMoves(pos);
             if (legal.empty()) break;
+            SCOPED_TRACE(fenOf(pos));
             const Position before = pos;
             for (const Move m : legal) {
-                EXPECT_TRUE(isValidMove(pos, m)) << fenOf(pos) << " " << longText(pos, m);
+                EXPECT_TRUE(isValidMove(pos, m)) << moveText(pos, m);
                 makeMove(pos, m);
-                EXPECT_TRUE(keysAndMaterialOk(pos)) << fenOf(before) << " " << longText(before, m);
+                EXPECT_TRUE(keysAndMaterialOk(pos)) << moveText(before, m);
                 unmakeMove(pos, m, before.state);
-                ASSERT_TRUE(sameRecord(pos, before)) << fenOf(before) << " " << longText(before, m);
+                ASSERT_TRUE(sameRecord(pos, before)) << moveText(before, m);
             }
             positions += !inCheck(pos);
-            for (const int margin : {-1, 1, 2, 3, 4, 5, 6, 10, 11}) {
+            for (const int margin : {-1, 0, 1, 2, 3, 4, 5, 6, 10, 11}) {
                 if (inCheck(pos)) break;
                 Move moves[kMaxMoves];
-                std::vector<Move> got(moves, generateCaptures(pos, moves, margin));
-                std::sort(got.begin(), got.end());
-                EXPECT_EQ(got, expectedCaptures(pos, margin)) << fenOf(pos) << " margin " << margin;
+                std::vector<Move> captures(moves, generateCaptures(pos, moves, margin));
+                std::sort(captures.begin(), captures.end());
+                EXPECT_EQ(captures, expectedCaptures(pos, margin)) << "margin " << margin;
+                checks += checkQuietChecks(pos, margin, legal, captures);
             }
             makeMove(pos, legal[rng() % legal.size()]);
         }
@@ -293,9 +269,10 @@ TEST(Position, RandomGamesMakeUnmakeAndGenerate) {
             if (!replies.empty()) makeMove(pos, replies[0]);
         }
         unmakeMoves(pos, static_cast<int>(pos.ply), root.state);
-        ASSERT_TRUE(sameRecord(pos, root)) << "unmakeMoves back to the start";
+        ASSERT_TRUE(sameRecord(pos, root)) << fen << ": unmakeMoves back to the start";
     }
-    EXPECT_GT(positions, 5000);
+    EXPECT_GT(positions, 10000);
+    EXPECT_GT(checks, 50000);
 }
 
 // The captured field must be the board's byte, the piece ours, its step its own (a pawn takes
@@ -321,12 +298,8 @@ TEST(MoveGen, IsValidMoveRules) {
     const char* const g8 = "4k1r1/8/8/8/8/8/8/4K2R w K - 0 1";
     const char* const blocked = "4k3/8/8/4p3/4P3/8/8/4K3 w - - 0 1";
     const char* const onA8 = "n3k3/P7/8/8/8/8/8/R3K3 w - - 0 1";
-    const struct {
-        const char *fen, *move;  // from and to square
-        int captured;
-        Move flags;
-        bool valid;
-    } cases[] = {
+    // The move's from and to square, the captured field and the flags.
+    const struct { const char *fen, *move; int captured; Move flags; bool valid; } cases[] = {
         {pawns, "e4d5", bp, 0, true}, {pawns, "e4d5", bn, 0, false}, {pawns, "e4d5", 0, 0, false},
         {pawns, "e4e5", 0, 0, true}, {pawns, "d5d4", 0, 0, false}, {pawns, "a3a4", 0, 0, false},
         {start, "e2e4", 0, 0, false}, {start, "e2e4", 0, dbl, true}, {start, "b1d2", 0, 0, false},
@@ -344,7 +317,7 @@ TEST(MoveGen, IsValidMoveRules) {
     for (const auto& c : cases) {
         Position pos = positionFrom(c.fen);
         legalMoves(pos);  // current attack words
-        const Move m = makeMoveWord(square(c.move), square(c.move + 2), c.captured) | c.flags;
+        const Move m = makeMoveWord(squareAt(c.move), squareAt(c.move + 2), c.captured) | c.flags;
         EXPECT_EQ(isValidMove(pos, m), c.valid) << c.fen << " " << c.move;
     }
 }
@@ -371,12 +344,9 @@ TEST(MoveText, ParsesAndWritesSan) {
     const char* const knights = "4k3/8/8/1N6/8/8/8/1N2KN2 w - - 0 1";
     const char* const two = "4k3/8/8/1N6/8/8/8/1N2K3 w - - 0 1";
     const char* const three = "4k3/8/8/1N6/8/8/8/1N1NK3 w - - 0 1";
-    const struct {
-        const char *fen, *text;
-        const char* expected;  // long text of the parsed move; "" for none
-        bool san = false;
-        const char* message = "";
-    } cases[] = {
+    // expected: the long text of the parsed move, "" for none; message: its stderr.
+    const struct { const char *fen, *text, *expected; bool san = false; const char* message = ""; }
+        cases[] = {
         {start, "e2e4", "e2e4"},          {start, "e4", "e2e4", true},   {start, "Pe4", "e2e4"},
         {start, "e2-e4", "e2e4"},         {start, "Nf3", "Ng1f3", true}, {start, "g1f3", "Ng1f3"},
         {start, "Ngf3", "Ng1f3"},         {start, "e5", ""},             {start, "%", ""},
@@ -401,16 +371,54 @@ TEST(MoveText, ParsesAndWritesSan) {
         testing::internal::CaptureStderr();
         const Move m = parseMove(pos, c.text);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), c.message) << c.text;
-        EXPECT_EQ(m ? longText(pos, m) : "", c.expected) << c.text;
+        EXPECT_EQ(m ? moveText(pos, m) : "", c.expected) << c.text;
         EXPECT_EQ(m, *c.expected ? findMove(pos, c.expected) : kNullMove) << c.text;
-        if (c.san) {
-            EXPECT_EQ(sanText(pos, m), c.text);
-        }
+        EXPECT_TRUE(!c.san || sanText(pos, m) == c.text) << c.text;
     }
     Position pos = positionFrom(start);
     EXPECT_EQ(parseMove(pos, nullptr), kNullMove);
     EXPECT_EQ(sanText(pos, kNullMove), "%");
-    EXPECT_EQ(longText(pos, kNullMove), "%");
+    EXPECT_EQ(moveText(pos, kNullMove), "%");
+}
+
+// Discovered checks first, then queens by closeness to the king, rooks and pawn captures (0),
+// knights (-1), bishops (-2), pawn pushes (-3); equal scores keep the order of generation.
+TEST(QuietChecks, HandMadePositionsInOrder) {
+    const struct { const char* fen; int margin; const char* expected; } cases[] = {
+        // Uncovered checks by a pawn and by a knight; Nd6 and Nf6 also check directly.
+        {"8/7k/8/8/2n5/3P4/8/KB6 w - - 0 1", 0, "d3xc4 d3d4"},
+        {"8/7k/8/8/8/8/2P5/KB6 w - - 0 1", 0, "c2c3 c2c4"},
+        {"4k3/8/8/2p5/4N3/8/8/K3R3 w - - 0 1", 0,
+         "Ne4xc5 Ne4f2 Ne4c3 Ne4g3 Ne4d2 Ne4g5 Ne4d6 Ne4f6 Ne4d6 Ne4f6"},
+        // Pawn checks: the push if the exchange allows it; taking a pawn only from margin 2.
+        {"8/8/4k3/3p4/4PP2/8/8/K7 w - - 0 1", 0, "f4f5"},
+        {"8/8/4k3/3p4/4PP2/8/8/K7 w - - 0 1", 2, "e4xd5 f4f5"},
+        {"8/8/4k3/8/5P2/8/8/K7 w - - 0 1", 0, ""},
+        // Double steps next to a king on the fifth; the pawn pinned by Bh4 stays.
+        {"8/8/8/4k3/8/8/3P1P2/4K3 w - - 0 1", 0, "d2d4 f2f4"},
+        {"8/8/8/4k3/7b/8/3P1P2/4K3 w - - 0 1", 0, "d2d4"},
+        // Knights: Nd6 loses the knight; Nxf6 takes a pawn the margin leaves to us; a pawn about
+        // to promote counts as a queen.
+        {"4k3/2p5/8/8/4N3/8/8/K7 w - - 0 1", 0, "Ne4f6"},
+        {"4k3/2p5/5p2/8/4N3/8/8/K7 w - - 0 1", 2, "Ne4xf6"},
+        {"K7/8/8/8/8/7k/5p2/3N4 w - - 0 1", 2, ""},
+        {"K7/8/8/8/8/7k/5p2/3N4 w - - 0 1", 11, "Nd1xf2"},
+        // A bishop may check through the enemy queen, a queen may not (and Qh6 is lost).
+        {"7k/8/5q2/8/8/8/2P4P/1KB5 w - - 0 1", 0, "Bc1b2"},
+        {"7k/8/5q2/8/8/8/2P4P/1KQ5 w - - 0 1", 0, ""},
+        {"7k/8/8/8/8/K7/4Q3/8 w - - 0 1", 0, "Qe2h5 Qe2e8 Qe2e5 Qe2h2 Qe2b2"},
+        {"7k/7p/3N2P1/8/8/8/8/R1B1K1R1 w - - 0 1", 0, "Ra1a8 Nd6f7 Bc1b2 g6g7"},
+        // Pinned pieces: the bishop checks along its pin line, not off it; the knight never.
+        {"4r2k/4N3/8/8/1b6/8/1P1B4/4K3 w - - 0 1", 0, "Bd2c3"},
+        {"7k/8/8/6b1/8/8/1P1B4/2K5 w - - 0 1", 0, ""},
+    };
+    for (const auto& c : cases) {
+        Position pos = positionFrom(c.fen);
+        std::string got;
+        for (const Move m : quietChecks(pos, c.margin))
+            (got += got.empty() ? "" : " ") += moveText(pos, m);
+        EXPECT_EQ(got, c.expected) << c.fen << " margin " << c.margin;
+    }
 }
 
 }  // namespace quarn::test

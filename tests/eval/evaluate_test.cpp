@@ -5,12 +5,7 @@
 #include <random>
 #include <set>
 #include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "board/fen.h"
-#include "board/movegen.h"
 #include "eval/evaluate.h"
 #include "eval/king.h"
 #include "eval/pieces.h"
@@ -34,15 +29,13 @@ struct Context {
 
 int evaluateFresh(const Position& pos) { return evaluate(*Context(pos)); }
 
-std::string fenOf(const Position& pos) { return getFen(pos).chars(); }
-
 // The board mirrored rank for rank with colours, side to move, castling and en passant swapped.
 std::string flippedFen(const std::string& fen) {
     std::istringstream in(fen), rows;
     std::string board, side, castling = "-", ep = "-", rank, ranks;
     in >> board >> side >> castling >> ep;
     rows.str(board);
-    while (std::getline(rows, rank, '/')) ranks = rank + (ranks.empty() ? "" : "/") + ranks;
+    while (std::getline(rows, rank, '/')) ranks.insert(0, ranks.empty() ? rank : rank + "/");
     for (std::string* text : {&ranks, &castling})
         for (char& ch : *text)
             ch = static_cast<char>(std::isupper(ch) ? std::tolower(ch) : std::toupper(ch));
@@ -60,27 +53,16 @@ Move mirroredMove(Move m) {
 
 int sign(int colour) { return colour == WHITE ? 1 : -1; }
 
-int squareOf(const char* text) { return makeSquare(text[0] - 'a', text[1] - '1'); }
-
-// The racing term with the passers found the plain way: no enemy pawn ahead on the pawn's own
-// or a neighbouring file.
+// The racing term after the pawn term has found the passers.
 int racing(const Position& pos) {
     Context ctx(pos);
-    for (const int c : {WHITE, BLACK}) {
-        for (Bitboard b = pos.side[c].pieces[PAWN]; b;) {
-            const int s = popLsb(b);
-            if (!(passedSpan[c][s] & pos.side[c ^ 1].pieces[PAWN])) ctx->passers[c] |= squareBit[s];
-        }
-    }
+    pawnScore(*ctx);
     return racingPasserScore(*ctx);
 }
 
 // Endings where the draw and scaling rules speak: drawn (divisor 0) or the sum divided and the
 // pawnless bonus added.
-struct Ending {
-    const char* placement;
-    int divisor, bonus;
-};
+struct Ending { const char* placement; int divisor, bonus; };
 const Ending kEndings[] = {
     {"8/8/8/4k3/8/8/8/KNN5", 0, 0},            // two knights cannot force mate
     {"8/4p3/8/4k3/8/8/8/KN6", 0, 0},           // nor can a lone knight against a pawn
@@ -161,10 +143,7 @@ TEST(PawnTable, SizesAndThePawnlessStructure) {
 // f = opponent points + 16 * queens - 16; shelter v = slot - king penalty; term f * 4 * (q + g)
 // / 32. Endgame: kingEg[e1] -20 scaled by 24 at 11 points, 8 at 15.
 TEST(KingScore, ShelterAndEndgameBranches) {
-    const struct {
-        const char* fen;
-        int score, shelter;
-    } kCases[] = {
+    const struct { const char* fen; int score, shelter; } kCases[] = {
         // e1 -1 - 3; c1 -1 less 3 occupied = -4, g1 -1 less 2 = -3: 32 * 4 * -7 / 32
         {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", -28, -4},
         {"r2qk2r/8/8/8/8/8/2PPP3/3K4 w - -", -20, -4},    // d1 on the spot: -16 + 3 + 6 + 6 - 3
@@ -194,11 +173,7 @@ TEST(Evaluate, TermsByHandAndMirrored) {
     Term pieces = [](const Position& p, int c) { return pieceScore(*Context(p), c); };
     Term race = [](const Position& p, int c) { return sign(c) * racing(p); };
     Term threat = [](const Position& p, int c) { return threatScore(p, c); };
-    const struct {
-        Term term;
-        const char* fen;
-        int value;
-    } kCases[] = {
+    const struct { Term term; const char* fen; int value; } kCases[] = {
         // 5 * 87 + 74 (pieces) + 2 * -4 (rooks, sixteen pawns read as 0) - 24 (two rooks)
         {material, "1nbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQk -", 477},
         {material, "1nbqkbnr/pppppppp/8/8/8/8/PPPPPPP1/RNBQKBNR w KQk -", 360},  // 15 pawns
@@ -286,10 +261,8 @@ TEST(PieceScore, KingAttackNeedsMoreThanTwelvePoints) {
 // for the owner of the piece there, -1 or below when it can be won, 0 for an even trade or no
 // attacker, 1 or more when taking it loses.
 TEST(See, ExchangeValues) {
-    const struct {
-        const char *fen, *move;  // from and to square, 'q' for a queen promotion
-        int low, high;
-    } kCases[] = {
+    // The move as from and to square, 'q' for a queen promotion; or a lone square.
+    const struct { const char *fen, *move; int low, high; } kCases[] = {
         {"4k3/8/8/3n4/4P3/8/8/4K3 w - -", "e4d5", 2, 2},     // more than the mover: 3 - 1 at once
         {"4k3/8/2p5/3p4/8/8/8/3RK3 w - -", "d1d5", -3, -3},  // -4 + 1 < -1 cuts, a bound
         {"4k3/8/8/3b4/8/4N3/8/4K3 w - -", "e3d5", 3, 3},     // no recapture
@@ -308,7 +281,7 @@ TEST(See, ExchangeValues) {
     };
     for (const auto& c : kCases) {
         const Position pos = positionFrom(c.fen);
-        const int from = squareOf(c.move), to = c.move[2] ? squareOf(c.move + 2) : from;
+        const int from = squareAt(c.move), to = c.move[2] ? squareAt(c.move + 2) : from;
         const Move m = makeMoveWord(from, to, pos.board[to]);
         const int value = from == to  ? squareExchange(pos, from)
                           : c.move[4] ? see(pos, withPromotion(m, QUEEN))
@@ -320,10 +293,7 @@ TEST(See, ExchangeValues) {
 // White's mate against Black, and Black's mirrored mate against White.
 TEST(Threats, MateThreatsAndMirrors) {
     const Move qg7 = makeMoveWord(47, 54, 0), ra8 = makeMoveWord(0, 56, 0);
-    const struct {
-        const char* fen;
-        Move move;
-    } kCases[] = {
+    const struct { const char* fen; Move move; } kCases[] = {
         {"6k1/5p1p/5P1Q/8/8/8/8/6K1 w - -", qg7},  // Qg7, guarded by f6
         {"6k1/5p1p/5P1Q/8/8/8/8/6K1 b - -", qg7},
         {"4n1k1/5p1p/5P1Q/8/8/8/8/6K1 w - -", 0},  // Ne8 guards g7

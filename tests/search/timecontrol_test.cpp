@@ -2,29 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <string>
-
 #include "shell/clock.h"
-#include "shell/log.h"
+#include "support.h"
 
 namespace quarn::test {
 
 namespace {
-
-// Sends the log to a scratch file for the life of the object; the old stream and level return.
-struct LogCapture {
-    FILE* const saved = logStream();
-    const int level = logLevel();
-    FILE* const file = std::tmpfile();
-    LogCapture() { setLogStream(file); setLogLevel(kLogNormal); }
-    ~LogCapture() { setLogStream(saved); setLogLevel(level); std::fclose(file); }
-    std::string text() {
-        std::string s(std::ftell(file), '\0');
-        std::rewind(file);
-        return s.substr(0, std::fread(s.data(), 1, s.size(), file));
-    }
-};
 
 // Factors of 1: a budget computation must put the real ones back.
 TimeControl withoutFactors() {
@@ -53,10 +36,8 @@ TEST(TimeControl, ClockBudgets) {
         tc.reserveMs = c.reserve;
         tc.outOfBookMoves = c.outOfBook;
         tc.canPonder = c.ponder;
-        LogCapture log;
-        tc.setClock(c.movesToGo, c.timeLeft, c.increment);
+        EXPECT_EQ(logged([&] { tc.setClock(c.movesToGo, c.timeLeft, c.increment); }), c.log);
         for (int i = 0; i < kPhases; ++i) EXPECT_EQ(tc.timeLimitMs[i], c.budgets[i]) << i;
-        EXPECT_EQ(log.text(), c.log);
         tc.reset();
         EXPECT_EQ(tc.limitMs, static_cast<int32_t>(c.budgets[2]));
     }
@@ -81,12 +62,10 @@ TEST(TimeControl, NodeBudgets) {
         tc.movesToGo = c.movesToGo;
         tc.setNodeLimit(c.nodes);
         tc.phase = 4;
-        LogCapture log;
         testing::internal::CaptureStdout();
-        tc.setNodeBudget();
+        EXPECT_EQ(logged([&] { tc.setNodeBudget(); }), "");
         std::fflush(stdout);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
-        EXPECT_EQ(log.text(), "");
         for (int i = 0; i < kPhases; ++i) EXPECT_EQ(tc.nodeLimit[i], c.limits[i]) << i;
         EXPECT_EQ(tc.nodeLimitNow, c.limits[2]);
         EXPECT_EQ(tc.phase, c.movesToGo > 0 ? 2 : 4);
@@ -118,7 +97,7 @@ TEST(TimeControl, PhaseTransitions) {
     };
     TimeControl base;
     base.setClock(0, 60000, 0);
-    for (int i = 0; i < kPhases; ++i) base.nodeLimit[i] = 10 * (i + 1);
+    for (int i = 0; i < kPhases; ++i) base.nodeLimit[i] = int64_t{10} * (i + 1);
     for (const auto& c : cases) {
         for (const uint8_t infinite : {0, 1}) {
             SCOPED_TRACE(testing::Message() << "row " << &c - cases << " infinite " << +infinite);
@@ -148,9 +127,10 @@ TEST(TimeControl, InfiniteUntilPonderHit) {
         tc.infinite = 1;
         tc.reset();
         EXPECT_EQ(tc.limitMs, -1);
-        LogCapture log;
-        EXPECT_EQ(tc.ponderHit(h.moves, h.depth), h.stops);
-        EXPECT_EQ(log.text(), h.stops ? "ponderhit & single move!\n" : "");
+        bool stops = false;
+        EXPECT_EQ(logged([&] { stops = tc.ponderHit(h.moves, h.depth); }),
+                  h.stops ? "ponderhit & single move!\n" : "");
+        EXPECT_EQ(stops, h.stops);
         EXPECT_EQ(tc.infinite, h.stops ? 1 : 0);
         EXPECT_EQ(tc.limitMs, h.stops ? -1 : 2726);
         tc.setDepthDone(5);

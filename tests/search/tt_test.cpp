@@ -66,7 +66,7 @@ TEST_F(TtTest, BucketsResizeAndClear) {
 
 // Depth 6, score 10 and eval 111 stored first; a second store of the same position follows.
 TEST_F(TtTest, ShallowerStoresKeepOnlyTighterBounds) {
-    const struct { TtBound oldBound; int depth; TtBound bound; int score; bool kept; } cases[] = {
+    const struct { int oldBound, depth, bound, score; bool kept; } cases[] = {
         {BOUND_EXACT, 5, BOUND_LOWER, 50, true},   {BOUND_EXACT, 6, BOUND_UPPER, -50, false},
         {BOUND_LOWER, 5, BOUND_LOWER, 11, false},  {BOUND_LOWER, 5, BOUND_LOWER, 10, true},
         {BOUND_LOWER, 0, BOUND_EXACT, 9, true},    {BOUND_LOWER, 7, BOUND_UPPER, -99, false},
@@ -76,12 +76,12 @@ TEST_F(TtTest, ShallowerStoresKeepOnlyTighterBounds) {
     for (const auto& c : cases) {
         table.clear();
         table.resetCounters();
-        put(6, c.oldBound, 10, 0, 111);
-        put(c.depth, c.bound, c.score, 0, 222);
+        put(6, TtBound(c.oldBound), 10, 0, 111);
+        put(c.depth, TtBound(c.bound), c.score, 0, 222);
         ASSERT_TRUE(hit(pos));
         EXPECT_TRUE(c.kept ? e.staticEval == 111 && e.score == 10 && table.updates == 0
                            : e.staticEval == 222 && e.score == c.score && table.updates == 1)
-            << int(c.oldBound) << " then " << c.depth << " " << int(c.bound) << " " << c.score;
+            << c.oldBound << " then " << c.depth << " " << c.bound << " " << c.score;
         EXPECT_EQ(table.replacements, 1u);
     }
 }
