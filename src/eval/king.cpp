@@ -33,9 +33,8 @@ namespace {
 // Endgame weight by the opponent's points 0..15.
 constexpr int kKingEgScale[16] = {32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 24, 24, 16, 16, 12, 8};
 
-// Cached shelter slot of the pawn entry by file (0 b-file, 1 e-file, 2 g-file), -1 for none.
-constexpr int kShelterSlotByFile[8] = {0, 0, -1, -1, 1, -1, 2, 2};
-constexpr int kShortSlot = 2;
+// Shelters of the pawn entry by first-rank file, b-file first.
+constexpr int kLongSlot = 1, kShortSlot = 5;  // c and g
 
 // Above this many points the opponent can still attack the king.
 constexpr int kMiddlegamePoints = 15;
@@ -69,17 +68,18 @@ int kingScore(EvalContext& ctx, int c) {
         const int f = oppPoints + kQueenWeight * materialCount(opp, QUEEN) - 16;
         if (f <= kShelterFloor) return 0;
         const PawnEntry::Side& cached = ctx.pawnEntry->side[c];
-        const int slot = kShelterSlotByFile[fileOf(k)];
         int file = fileOf(k);
         file = file < 1 ? 1 : file > 6 ? 6 : file;
-        const int firstRank = c == WHITE ? 0 : 7;
-        const int base = slot >= 0 ? cached.shelter[slot] : kingShelterAt(ctx, c, makeSquare(file, firstRank));
-        const int v = base - kingMgPenalty[k ^ flipSquare[c]];
+        const int v = cached.shelter[file - 1] - kingMgPenalty[k ^ flipSquare[c]];
         ctx.shelter[c] = v;
         int q = v, g = v;
         const uint8_t rights = pos.state.castling;
         if (rights & (c == WHITE ? WHITE_LONG : BLACK_LONG)) {
-            const int longSide = kingShelterAt(ctx, c, k - 2) - occupiedCount(pos, {k - 1, k - 2, k - 3});
+            // The right keeps the king at home, so c1 (c8) two squares to its left is cached;
+            // a record set up by hand is looked at afresh.
+            const int home = c == WHITE ? 4 : 60;
+            const int shelter = k == home ? cached.shelter[kLongSlot] : kingShelterAt(ctx, c, k - 2);
+            const int longSide = shelter - occupiedCount(pos, {k - 1, k - 2, k - 3});
             if (longSide > q) q = longSide;
         }
         if (rights & (c == WHITE ? WHITE_SHORT : BLACK_SHORT)) {

@@ -52,7 +52,6 @@ constexpr int kWeakDefender = 4;
 constexpr int kCandidateRowLimit = 40;  // relative index below 40: fourth rank or beyond
 
 constexpr Bitboard kShelterZone[2] = {0x000000FFFFFFFF00ULL, 0x00FFFFFFFF000000ULL};
-constexpr int kShelterSquares[2][3] = {{1, 4, 6}, {57, 60, 62}};  // b, e, g on the first rank
 constexpr int kShelterBase = -16;
 constexpr int kTableAlignment = 256;
 
@@ -76,11 +75,6 @@ void allocateEntries(PawnTable& table, uint32_t count) {
     table.hits = table.stores = 0;
     if (!fresh) std::memset(static_cast<void*>(table.entries), 0, count * sizeof(PawnEntry));
     table.entries[0].check = kEntryCheckUnused;
-}
-
-// A square of the board from file and rank, or -1 off the board.
-int squareAt(int file, int rank) {
-    return file >= 0 && file < 8 && rank >= 0 && rank < 8 ? makeSquare(file, rank) : -1;
 }
 
 int chebyshev(int a, int b) {
@@ -168,19 +162,23 @@ int kingShelterAt(const EvalContext& ctx, int c, int k) {
         // A storming pawn that is blocked and attacks nothing is less of a threat.
         if (!(pawnAttacks[c ^ 1][e] & own) && (own & squareBit[e - push])) v += 1;
     }
-    // The first pawn of ours on the files next to and of the king, going forward.
-    const int inner = fileOf(k) < 4 ? 1 : -1, outer = -inner, step = c == WHITE ? 1 : -1;
+    // The first pawn of ours on the files next to and of the king, going forward, as far as
+    // the board and the rule's values reach.
+    const int inner = fileOf(k) < 4 ? 1 : -1, outer = -inner;
+    const int ranksAhead = c == WHITE ? 7 - rankOf(k) : rankOf(k);
     struct FileRule {
         int fileOffset;
         int values[4];
     };
     const FileRule rules[3] = {{inner, {3, 2, 1, 0}}, {0, {6, 4, 3, 2}}, {outer, {6, 5, 3, 2}}};
     for (const FileRule& rule : rules) {
-        for (int n = 1; n <= 4; ++n) {
-            const int sq = squareAt(fileOf(k) + rule.fileOffset, rankOf(k) + n * step);
-            if (sq < 0 || !rule.values[n - 1]) break;
+        const int file = fileOf(k) + rule.fileOffset;
+        if (file < 0 || file > 7) continue;
+        int sq = k + rule.fileOffset;
+        for (int n = 0; n < ranksAhead && n < 4 && rule.values[n]; ++n) {
+            sq += push;
             if (own & squareBit[sq]) {
-                v += rule.values[n - 1];
+                v += rule.values[n];
                 break;
             }
         }
@@ -259,9 +257,9 @@ int pawnScore(EvalContext& ctx) {
         pawnTerms(ctx, WHITE, entry);
         pawnTerms(ctx, BLACK, entry);
         for (int c = WHITE; c <= BLACK; ++c)
-            for (int slot = 0; slot < 3; ++slot)
-                entry.side[c].shelter[slot] =
-                    static_cast<int8_t>(kingShelterAt(ctx, c, kShelterSquares[c][slot]));
+            for (int file = 1; file <= 6; ++file)
+                entry.side[c].shelter[file - 1] = static_cast<int8_t>(
+                    kingShelterAt(ctx, c, makeSquare(file, c == WHITE ? 0 : 7)));
     }
     ctx.pawnEntry = &entry;
     ctx.passers[WHITE] = entry.passers & pos.side[WHITE].pieces[0];

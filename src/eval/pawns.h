@@ -16,10 +16,8 @@ struct PawnEntry {
     struct Side {
         int16_t mg;         // sum of the per-pawn terms, middlegame half
         int16_t eg;         // endgame half
-        int8_t shelter[3];  // kingShelterAt on the b-, e- and g-file squares of the first rank
-        int8_t spare;
+        int8_t shelter[6];  // kingShelterAt on the first-rank squares of the b- to g-files
     } side[2];
-    uint8_t spare[4];
 };
 static_assert(sizeof(PawnEntry) == 32);
 
@@ -41,6 +39,11 @@ void resizePawnTable(PawnTable& table, uint32_t requested);
 // A one-entry table serving `pos`.
 void resetPawnTable(PawnTable& table, const Position* pos);
 void freePawnTable(PawnTable& table);
+
+// Starts loading the entry of a pawn structure, for an evaluation soon to come.
+inline void prefetchPawnEntry(const PawnTable& table, uint64_t pawnKey) {
+    __builtin_prefetch(&table.entries[pawnKey & table.mask]);
+}
 
 // White minus Black, blended by material; sets ctx.pawnEntry and ctx.passers.
 int pawnScore(EvalContext& ctx);

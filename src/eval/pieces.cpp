@@ -96,11 +96,11 @@ struct KingAttack {
     }
 };
 
-}  // namespace
-
-int pieceScore(EvalContext& ctx, int c) {
+// One copy per colour, so that every side-relative choice below is made at compile time.
+template <int c>
+int pieceScoreT(const EvalContext& ctx) {
     const Position& pos = *ctx.pos;
-    const int e = c ^ 1;
+    constexpr int e = c ^ 1;
     const SideBlock& us = pos.side[c];
     const SideBlock& them = pos.side[e];
     const int oppPoints = materialPoints(them.material);
@@ -188,6 +188,12 @@ int pieceScore(EvalContext& ctx, int c) {
     int d = danger / 4;
     if (d < 0) d = 0;
     return result + d * d * 6 / 64;
+}
+
+}  // namespace
+
+int pieceScore(EvalContext& ctx, int c) {
+    return c == WHITE ? pieceScoreT<WHITE>(ctx) : pieceScoreT<BLACK>(ctx);
 }
 
 }  // namespace quarn

@@ -34,9 +34,13 @@ bool same(Move a, Move b) { return ((a ^ b) & kIdentityMask) == 0; }
 void selectBest(Move* moves, int* scores, int count, int places) {
     if (places > count) places = count;
     for (int i = 0; i < places; ++i) {
-        int best = i;
-        for (int j = i + 1; j < count; ++j)
-            if (scores[j] > scores[best]) best = j;
+        int best = i, top = scores[i];
+        for (int j = i + 1; j < count; ++j) {
+            if (scores[j] > top) {
+                best = j;
+                top = scores[j];
+            }
+        }
         if (best != i) {
             const Move m = moves[i];
             moves[i] = moves[best];

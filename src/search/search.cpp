@@ -76,10 +76,13 @@ void setSinglePv(SearchThread& t, int ply, Move m) {
     }
 }
 
+// The table line and the pawn entry are fetched as soon as the new keys are known, so the
+// attack words are computed while they come in.
 void playMove(SearchThread& t, Move m) {
     makeMove(t.pos, m & kIdentityMask);
-    computeAttackInfo(t.pos);
     tt.prefetch(t.pos);
+    prefetchPawnEntry(t.eval->pawnTable, t.pos.state.pawnKey);
+    computeAttackInfo(t.pos);
 }
 
 // A piece that went away and came straight back, while the opponent's move between did not
@@ -255,6 +258,7 @@ void takeBack(Position& pos, Move m, const UndoState& saved) {
 
 void makeSearchNullMove(Position& pos) {
     makeNullMove(pos);
+    tt.prefetch(pos);
     computeAttackInfo(pos);
 }
 
@@ -332,7 +336,6 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         (own.pieces[BISHOP] | own.pieces[ROOK] | own.pieces[QUEEN]) && staticEval - kNullMargin >= beta) {
         const UndoState saved = pos.state;
         makeSearchNullMove(pos);
-        tt.prefetch(pos);
         ++t.stats.nullTries;
         const int s = -search(t, ply + 1, depth - 1 - kNullReduction, -beta, -alpha, flags ^ kSwapExpectation);
         takeBack(pos, kNullMove, saved);

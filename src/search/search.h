@@ -34,7 +34,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
 // Takes a move back made with makeMove, or a null move (m = 0).
 void takeBack(Position& pos, Move m, const UndoState& saved);
 
-// The search's null move: passes, then recomputes the attack words.
+// The search's null move: passes, fetches the table line and recomputes the attack words.
 void makeSearchNullMove(Position& pos);
 
 // Killer update after a quiet cut-off: the newest killer in slot 0.

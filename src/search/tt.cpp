@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <sys/mman.h>
+
 #include "shell/log.h"
 
 namespace quarn {
@@ -33,6 +35,23 @@ uint32_t bytesFor(uint32_t kilobytes) {
     std::abort();
 }
 
+// Every probe lands on a random line of the table, so with small pages nearly every one
+// misses the TLB as well as the cache. A table of a huge page or more starts on a huge-page
+// boundary and asks for huge pages before its zero pages are first touched; where the kernel
+// will not give them, nothing changes.
+constexpr size_t kHugePage = size_t{1} << 21;
+
+size_t alignmentFor(uint32_t bytes) { return bytes >= kHugePage ? kHugePage : Tt::kAlignment; }
+
+void askForHugePages(void* start, uint32_t bytes) {
+#ifdef MADV_HUGEPAGE
+    if (bytes >= kHugePage) madvise(start, bytes, MADV_HUGEPAGE);
+#else
+    (void)start;
+    (void)bytes;
+#endif
+}
+
 }  // namespace
 
 uint32_t Tt::resize(uint32_t kilobytes) {
@@ -44,14 +63,16 @@ uint32_t Tt::resize(uint32_t kilobytes) {
     void* raw;
     // Halve on every failure: a smaller table is better than none.
     // calloc hands over fresh zero pages without touching them, which keeps start-up fast.
-    while (!(raw = std::calloc(1, static_cast<size_t>(sizeBytes_) + kAlignment))) {
+    while (!(raw = std::calloc(1, size_t{sizeBytes_} + alignmentFor(sizeBytes_)))) {
         logWarning("tt: malloc(%u) failed, retrying...\n", sizeBytes_);
         sizeBytes_ /= 2;
         if (sizeBytes_ < kSmallestTry) failAllocation();
     }
     rawBlock_ = raw;
-    const uintptr_t start = reinterpret_cast<uintptr_t>(raw) + kAlignment - 1;
-    entries_ = reinterpret_cast<TtEntry*>(start & ~static_cast<uintptr_t>(kAlignment - 1));
+    const uintptr_t alignment = alignmentFor(sizeBytes_);
+    const uintptr_t start = reinterpret_cast<uintptr_t>(raw) + alignment - 1;
+    entries_ = reinterpret_cast<TtEntry*>(start & ~(alignment - 1));
+    askForHugePages(entries_, sizeBytes_);
     entryCount_ = sizeBytes_ / sizeof(TtEntry);
     mask_ = entryCount_ - 1;
     generation_ = 1;
