@@ -29,9 +29,7 @@ const auto* const kTables = ::testing::AddGlobalTestEnvironment(new TablesEnviro
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string dataPath(const std::string& name) { return std::string(QUARN_TEST_DATA) + "/" + name; }
@@ -53,7 +51,7 @@ std::vector<EpdEntry> loadEpd(const std::string& name) {
 }
 
 std::vector<std::string> loadFens(const std::string& name) {
-    std::vector<std::string> fens;
+    Lines fens;
     for (const EpdEntry& e : loadEpd(name)) fens.push_back(e.fen);
     return fens;
 }

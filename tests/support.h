@@ -19,10 +19,10 @@ namespace quarn::test {
 
 using Lines = std::vector<std::string>;
 
-// One line of an EPD file: the FEN and the perft counts given as ";D1 n ;D2 n ...".
+// One line of an EPD file: the FEN and the perft counts ";D1 n ;D2 n ..." (counts[d - 1]).
 struct EpdEntry {
     std::string fen;
-    std::vector<uint64_t> counts;  // counts[d - 1] is the count at depth d
+    std::vector<uint64_t> counts;
 };
 
 std::string dataPath(const std::string& name);    // a file under tests/data
@@ -58,16 +58,13 @@ EngineRun runEngine(const std::string& input, const Lines& args = {},
 std::string afterStartup(const std::string& out);
 
 // A fresh directory under /tmp, removed with everything in it when this object goes.
-class TempDir {
-public:
+struct TempDir {
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
     std::string path_;
 };
 

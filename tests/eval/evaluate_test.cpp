@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <cctype>
 #include <memory>
 #include <random>
@@ -117,21 +115,18 @@ TEST(PawnTable, SizesAndThePawnlessStructure) {
         table.hits = table.stores = 7;
         resizePawnTable(table, requested);
         EXPECT_EQ(table.count, count) << requested;
-        EXPECT_EQ(table.mask, count - 1);
-        EXPECT_EQ(table.hits + table.stores, 0u);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(table.entries) % 256, 0u);
-        EXPECT_EQ(table.entries[0].check, 1u);
-        EXPECT_EQ(table.entries[count - 1].check, count == 1 ? 1u : 0u);
+        EXPECT_TRUE(table.mask == count - 1 && table.hits + table.stores == 0 &&
+                    reinterpret_cast<uintptr_t>(table.entries) % 256 == 0 &&
+                    table.entries[0].check == 1 && table.entries[count - 1].check == (count == 1))
+            << requested;
     }
     freePawnTable(table);
     const Position pos = positionFrom("4k3/8/8/8/8/8/8/R3K3 w - -");
     ASSERT_EQ(pos.state.pawnKey, 0u);
     Context ctx(pos);
     EXPECT_EQ(pawnScore(*ctx), 0);
-    EXPECT_EQ(ctx->pawnTable.stores, 1u);
-    EXPECT_EQ(ctx->pawnTable.hits, 0u);
-    EXPECT_EQ(ctx->pawnEntry->check, 0u);
-    EXPECT_EQ(ctx->pawnEntry->passers, 0u);
+    EXPECT_TRUE(ctx->pawnTable.stores == 1 && ctx->pawnTable.hits == 0 &&
+                ctx->pawnEntry->check == 0 && ctx->pawnEntry->passers == 0);
     for (const auto& side : ctx->pawnEntry->side) {
         EXPECT_EQ(side.mg + side.eg, 0);
         for (const int8_t shelter : side.shelter) EXPECT_EQ(shelter, -16);

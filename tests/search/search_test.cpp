@@ -4,8 +4,6 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include "search/search.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -31,9 +29,8 @@ struct Recorder : SearchReporter {
     void reportCurrentMove(uint32_t, uint32_t, Move) override {}
     void reportPv(uint32_t d, int s, Move) override { reports.push_back({int(d), s}); }
     void reportFinished(uint32_t d, int s, Move m) override {
-        reports.push_back({int(d), s});
+        reportPv(d, s, best = m);
         ++finished;
-        best = m;
     }
     std::vector<std::pair<int, int>> reports;
     int finished = 0;

@@ -1,7 +1,5 @@
 #include "search/timecontrol.h"
 
-#include <gtest/gtest.h>
-
 #include "shell/clock.h"
 #include "support.h"
 
@@ -9,10 +7,13 @@ namespace quarn::test {
 
 namespace {
 
-// Factors of 1: a budget computation must put the real ones back.
-TimeControl withoutFactors() {
+// Factors of 1 (a budget computation must put the real ones back), and the book and ponder
+// settings of a row.
+TimeControl withoutFactors(int outOfBook, bool ponder) {
     TimeControl tc;
     for (float& f : tc.factor) f = 1.0f;
+    tc.outOfBookMoves = outOfBook;
+    tc.canPonder = ponder;
     return tc;
 }
 
@@ -32,10 +33,8 @@ TEST(TimeControl, ClockBudgets) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "row " << &c - cases);
-        TimeControl tc = withoutFactors();
+        TimeControl tc = withoutFactors(c.outOfBook, c.ponder);
         tc.reserveMs = c.reserve;
-        tc.outOfBookMoves = c.outOfBook;
-        tc.canPonder = c.ponder;
         EXPECT_EQ(logged([&] { tc.setClock(c.movesToGo, c.timeLeft, c.increment); }), c.log);
         for (int i = 0; i < kPhases; ++i) EXPECT_EQ(tc.timeLimitMs[i], c.budgets[i]) << i;
         tc.reset();
@@ -56,9 +55,7 @@ TEST(TimeControl, NodeBudgets) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "row " << &c - cases);
-        TimeControl tc = withoutFactors();
-        tc.outOfBookMoves = c.outOfBook;
-        tc.canPonder = c.ponder;
+        TimeControl tc = withoutFactors(c.outOfBook, c.ponder);
         tc.movesToGo = c.movesToGo;
         tc.setNodeLimit(c.nodes);
         tc.phase = 4;

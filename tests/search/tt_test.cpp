@@ -1,7 +1,5 @@
 #include "search/tt.h"
 
-#include <gtest/gtest.h>
-
 #include "board/movegen.h"
 #include "support.h"
 
@@ -150,6 +148,7 @@ TEST_F(TtTest, ReplacementPrefersShallowAndOldEntries) {
     }
 }
 
+// Mate scores are stored relative to the node, and any score beyond the band read back as one.
 TEST_F(TtTest, MateScoresAreStoredRelativeToTheNode) {
     const struct { int score, ply, stored; } cases[] = {{100, 5, 100}, {3000, 7, 3000},
         {3001, 7, 3008}, {-3000, 7, -3000}, {-3001, 7, -3008}, {29990, 10, 30000}};
@@ -161,11 +160,9 @@ TEST_F(TtTest, MateScoresAreStoredRelativeToTheNode) {
                     e.staticEval == 12 && scoreFromTt(c.stored, c.ply) == c.score)
             << c.score << " at " << c.ply;
     }
-    // Any stored score beyond the band counts as a mate score on the way back.
     EXPECT_EQ(scoreFromTt(3004, 10), 2994);
     EXPECT_EQ(scoreFromTt(-3004, 10), -2994);
 }
 
 }  // namespace
-
 }  // namespace quarn::test
