@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "board/fen.h"
 #include "board/movegen.h"
@@ -32,10 +33,17 @@ void makeRoom(Position& pos) {
     if (pos.ply + 1 >= static_cast<uint32_t>(kHistorySize - kMaxPly)) trimHistory(pos);
 }
 
-// A depth argument: absent means 1; text that is no number reads as 0.
+// A depth argument: absent means 1; text that is no number reads as 0, and so does a number
+// beyond the int range, which would otherwise wrap round to some other depth.
 int depthArgument() {
     const char* word = std::strtok(nullptr, " ");
-    return word ? static_cast<int>(std::strtol(word, nullptr, 10)) : 1;
+    if (!word) return 1;
+    const long depth = std::strtol(word, nullptr, 10);
+    if (depth < std::numeric_limits<int>::min() || depth > std::numeric_limits<int>::max()) {
+        std::fprintf(stderr, "console: depth %s out of range\n", word);
+        return 0;
+    }
+    return static_cast<int>(depth);
 }
 
 // The next blank-separated word when it is not empty.
