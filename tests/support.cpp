@@ -18,6 +18,7 @@
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/log.h"
+#include "shell/searchlines.h"
 
 namespace quarn::test {
 
@@ -117,11 +118,11 @@ void prepareSearch(int depth, uint32_t ms, int64_t nodes) {
     initThreads();
     setQuiet(true);
     tt.clear();
-    timeControl.infinite = 0;
-    timeControl.depthLimit = depth;
-    timeControl.setNodeLimit(nodes);
-    timeControl.setMoveTime(ms);
-    timeControl.reset();
+    SearchLimits limits;
+    limits.depth = depth;
+    limits.nodes = nodes;
+    limits.moveTimeMs = ms;
+    timeControl.apply(limits);
 }
 
 std::string afterStartup(const std::string& out) {
@@ -239,7 +240,9 @@ int EngineSession::waitExit(int ms) {
     readUntil([] { return false; }, ms);
     if (!ended_ || waitpid(pid_, &status, 0) != pid_) return -1;
     pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
 }
+
+void EngineSession::interrupt() { kill(pid_, SIGINT); }
 
 }  // namespace quarn::test

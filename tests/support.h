@@ -82,7 +82,9 @@ public:
     // at the end of the output or after `ms`.
     std::optional<std::string> line(const std::function<bool(const std::string&)>& match, int ms);
     std::optional<std::string> line(const std::string& prefix, int ms);
-    int waitExit(int ms);  // reads to the end, then the exit status; -1 after `ms`
+    // Reads to the end, then the exit status (128 + the signal that ended it); -1 after `ms`.
+    int waitExit(int ms);
+    void interrupt();  // SIGINT, as Ctrl-C at a terminal sends
 
     TempDir dir;
     std::string out;  // the output so far

@@ -21,6 +21,12 @@ constexpr int colourOf(int code) { return (code >> 4) & 1; }
 constexpr int fileOf(int square) { return square & 7; }
 constexpr int rankOf(int square) { return square >> 3; }
 constexpr int makeSquare(int file, int rank) { return rank * 8 + file; }
+// King steps between two squares.
+constexpr int squareDistance(int a, int b) {
+    const int df = fileOf(a) > fileOf(b) ? fileOf(a) - fileOf(b) : fileOf(b) - fileOf(a);
+    const int dr = rankOf(a) > rankOf(b) ? rankOf(a) - rankOf(b) : rankOf(b) - rankOf(a);
+    return df > dr ? df : dr;
+}
 
 // Letters by piece type: White and move text, Black, and the letter after "=".
 inline constexpr char kPieceLetters[] = " PNBRQK";
@@ -33,6 +39,9 @@ constexpr Bitboard kNotFileA = ~kFileA;
 constexpr Bitboard kNotFileH = ~kFileH;
 constexpr Bitboard kRank1 = 0xFFULL;
 constexpr Bitboard kRank8 = kRank1 << 56;
+// Ranks 1, 2, 7 and 8: pawn moves there promote or prepare to, or are the far ranks pieces
+// guard against back-rank threats.
+constexpr Bitboard kFarRanks = kRank1 | (kRank1 << 8) | (kRank8 >> 8) | kRank8;
 
 // Magic lookup of one square: index = ((occ & mask) * multiplier) >> shift.
 struct Magic {

@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "board/position.h"
+// The one include of the shell from the board: getFen hands its text to the command handlers
+// as their shared string type.
 #include "shell/sharedstring.h"
 
 namespace quarn {

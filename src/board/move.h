@@ -24,6 +24,8 @@ constexpr Move kCastleFlag = 1u << 28;
 constexpr Move kDoubleStepFlag = 1u << 29;
 constexpr Move kSpecialMask = 0x1F000000u;  // promotion, en passant or castling
 constexpr Move kIdentityMask = 0x3FFFFFFFu;
+constexpr Move kCaptureOrPromotion = 0x07FF0000u;  // captured piece or promotion type
+constexpr Move kNotQuiet = 0x0FFF0000u;            // capture, promotion or en passant
 
 // Enough for any legal position (the known maximum is 218).
 constexpr int kMaxMoves = 256;
@@ -35,6 +37,11 @@ constexpr int promotionType(Move m) { return static_cast<int>((m >> 24) & 7); }
 constexpr bool isEnPassant(Move m) { return (m & kEnPassantFlag) != 0; }
 constexpr bool isCastling(Move m) { return (m & kCastleFlag) != 0; }
 constexpr bool isDoubleStep(Move m) { return (m & kDoubleStepFlag) != 0; }
+
+// A move that captures, promotes or takes en passant is no quiet move.
+constexpr bool isQuiet(Move m) { return (m & kNotQuiet) == 0; }
+// The same move, whatever the search noted in bits 30..31.
+constexpr bool sameMove(Move a, Move b) { return ((a ^ b) & kIdentityMask) == 0; }
 
 constexpr Move makeMoveWord(int from, int to, int captured) {
     return static_cast<Move>(to) | (static_cast<Move>(from) << 8) | (static_cast<Move>(captured) << 16);

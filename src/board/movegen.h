@@ -40,8 +40,25 @@ inline Move* addPawnMove(Move* list, Move m) {
     return list;
 }
 
+// The legal move of `pos` that `m` names (its identity bits), or 0. A PV may end in the undo
+// word of a back-and-forth repetition, which need not be a legal move (a pawn cannot step
+// back): lines are only walked as far as their moves are legal.
+inline Move legalMove(Position& pos, Move m) {
+    Move moves[kMaxMoves];
+    Move* end = generateMoves(pos, moves);
+    for (Move* it = moves; it != end; ++it)
+        if (((*it ^ m) & kIdentityMask) == 0) return *it;
+    return 0;
+}
+
 inline bool inCheck(const Position& pos) {
     return (pos.state.enemyAttacks & squareBit[pos.side[pos.sideToMove].kingSquare]) != 0;
+}
+
+// In check with no way out. Needs current attack words.
+inline bool checkmated(const Position& pos) {
+    Move moves[kMaxMoves];
+    return inCheck(pos) && generateEvasions(pos, moves) == moves;
 }
 
 }  // namespace quarn

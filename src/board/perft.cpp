@@ -2,6 +2,8 @@
 
 #include "board/movegen.h"
 #include "board/movetext.h"
+// The one include of the evaluation from the board: the console's move list beside perft shows
+// each move's exchange value.
 #include "eval/see.h"
 
 namespace quarn {

@@ -21,6 +21,9 @@ inline constexpr uint32_t kMaterialIncrement[8] = {
 };
 
 constexpr int materialPoints(uint32_t m) { return static_cast<int>(m & 0xFF); }
+// Knights, bishops, rooks and queens (bits 28..31), and the fields that count them.
+constexpr int materialPieces(uint32_t m) { return static_cast<int>(m >> 28); }
+constexpr uint32_t kPieceFields = 0x0FFFF000;
 constexpr int materialCount(uint32_t m, int type) {
     return static_cast<int>((m >> (4 * (type + 1))) & 0xF);  // pawn: bits 8-11 ... queen: 24-27
 }

@@ -1,9 +1,11 @@
 #include "eval/evaluate.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
 #include "eval/king.h"
+#include "eval/kpk.h"
 #include "eval/pieces.h"
 #include "eval/racing.h"
 
@@ -19,11 +21,10 @@ struct Counts {
           bishops(materialCount(m, BISHOP)),
           rooks(materialCount(m, ROOK)),
           queens(materialCount(m, QUEEN)),
-          pieces(static_cast<int>(m >> 28)),
+          pieces(materialPieces(m)),
           points(materialPoints(m)) {}
 };
 
-constexpr uint32_t kPieceFields = 0x0FFFF000;  // knights, bishops, rooks and queens
 constexpr Bitboard kFilesBtoG = ~(kFileA | kFileH);
 constexpr Bitboard kDarkSquares = 0xAA55AA55AA55AA55ULL;
 
@@ -101,7 +102,45 @@ bool cannotWin(const Counts& k, bool hasBishop) {
     return k.pawns == 0 && k.rooks == 0 && k.queens == 0 && (k.points < 6 || !hasBishop);
 }
 
+// One side has a single pawn and nothing else, the other a bare king: exact knowledge decides.
+bool kingAndPawnAgainstKing(const Counts& w, const Counts& b) {
+    const bool wOnlyPawn = w.pawns == 1 && w.pieces == 0, bBare = b.pawns == 0 && b.pieces == 0;
+    const bool bOnlyPawn = b.pawns == 1 && b.pieces == 0, wBare = w.pawns == 0 && w.pieces == 0;
+    return (wOnlyPawn && bBare) || (bOnlyPawn && wBare);
+}
+
 int strongestPiece(const Counts& k) { return k.bishops ? 3 : k.rooks ? 5 : 10; }
+
+// Driving a bare-ish king to be mated. Without pawns a won ending is a mate to be given, and
+// no quiet move the search sees changes the material: the score must climb as the defending
+// king is pushed to the edge and the attacking king closes in, or the search has nothing to
+// follow and the fifty-move rule ends the game. With bishop and knight only the corner of the
+// bishop's colour will do, so that corner alone counts.
+constexpr int kEdgeStep = 20;       // per ring from the centre to the edge
+constexpr int kCloseStep = 10;      // per square the kings come closer
+constexpr int kCornerStep = 25;     // per square nearer the bishop's corner
+
+
+// Rings from the centre: 0 on d4..e5, 3 on the edge.
+int ring(int square) {
+    const int f = fileOf(square) < 4 ? 3 - fileOf(square) : fileOf(square) - 4;
+    const int r = rankOf(square) < 4 ? 3 - rankOf(square) : rankOf(square) - 4;
+    return f > r ? f : r;
+}
+
+// The pressure `strong` (counts k) puts on the other king, >= 0.
+int mateDrive(const Position& pos, int strong, const Counts& k) {
+    const int attacker = static_cast<int>(pos.side[strong].kingSquare);
+    const int defender = static_cast<int>(pos.side[strong ^ 1].kingSquare);
+    int drive = kCloseStep * (7 - squareDistance(attacker, defender));
+    if (k.bishops == 1 && k.knights == 1 && k.rooks + k.queens == 0) {
+        const bool dark = (pos.side[strong].pieces[BISHOP] & kDarkSquares) != 0;
+        const int near = dark ? std::min(squareDistance(defender, 0), squareDistance(defender, 63))
+                              : std::min(squareDistance(defender, 7), squareDistance(defender, 56));
+        return drive + kCornerStep * (7 - near);
+    }
+    return drive + kEdgeStep * ring(defender);
+}
 
 // Endgame scaling by the pawns left on each side; names the rule that changed the score.
 int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, const char*& rule) {
@@ -116,9 +155,9 @@ int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, c
     }
     if (!w.pawns && !b.pawns) {
         rule = "no pawns";
-        if (b.points + 3 < w.points) return s + 1000 - 100 * b.pieces;
-        if (w.points + 3 < b.points) return s - 1000 + 100 * w.pieces;
-        const int total = static_cast<int>((mw + mb) & 255);
+        if (b.points + 3 < w.points) return s + 1000 - 100 * b.pieces + mateDrive(pos, WHITE, w);
+        if (w.points + 3 < b.points) return s - 1000 + 100 * w.pieces - mateDrive(pos, BLACK, b);
+        const int total = materialPoints(mw + mb);
         if (total == 8) return s / 4;
         if (total == 9 && w.bishops + b.bishops >= 2 && w.knights + b.knights >= 1)
             return (w.bishops >= 2 || b.bishops >= 2) ? s : s / 16;
@@ -164,7 +203,15 @@ int scoreFromWhite(EvalContext& ctx, EvalTrace* trace) {
     const Counts w(pos.side[WHITE].material), b(pos.side[BLACK].material);
     const char* drawRule = nullptr;
     bool scale = true;
-    if (racing == 0 && s < 0 && rookPawnDraw(pos, BLACK)) {
+    if (kingAndPawnAgainstKing(w, b)) {
+        // The table knows every placement, so it decides both ways: a won rook pawn is won
+        // whatever the rook-pawn rule below would guess from the pawn's file.
+        if (!kpkWins(pos)) {
+            drawRule = "king and pawn against king, drawn";
+            s = 0;
+            scale = false;
+        }
+    } else if (racing == 0 && s < 0 && rookPawnDraw(pos, BLACK)) {
         drawRule = "black rook pawns or wrong bishop";
         s = 0;
     } else if (racing == 0 && s > 0 && rookPawnDraw(pos, WHITE)) {
@@ -208,9 +255,9 @@ int materialScore(const EvalContext& ctx) {
     const uint32_t mw = ctx.pos->side[WHITE].material, mb = ctx.pos->side[BLACK].material;
     const Counts w(mw), b(mb);
     const uint32_t sum = mw + mb;  // fields add up; the pawn field wraps with sixteen pawns
-    const int pieces = static_cast<int>(sum >> 28);
+    const int pieces = materialPieces(sum);
     int base = (w.pawns + w.points - b.points - b.pawns) * (100 + (32 - w.points - b.points) / 2);
-    if ((mw ^ mb) >> 28) base += (w.pieces - b.pieces) * 2 * (50 - pieces);
+    if (materialPieces(mw ^ mb)) base += (w.pieces - b.pieces) * 2 * (50 - pieces);
     if (w.rooks != b.rooks) {
         base += 2 * (w.rooks - b.rooks) * (2 * (11 - pieces) - static_cast<int>((sum >> 8) & 15));
         if (w.queens == b.queens) base += 24 * ((b.rooks >= 2) - (w.rooks >= 2));

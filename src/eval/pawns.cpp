@@ -59,9 +59,10 @@ constexpr int kEntryCheckUnused = 1;  // the pawnless structure has key 0: never
 
 void allocateEntries(PawnTable& table, uint32_t count) {
     const size_t bytes = static_cast<size_t>(count) * sizeof(PawnEntry) + kTableAlignment;
-    // A fresh block comes zeroed from calloc without touching its pages.
-    const bool fresh = table.raw == nullptr;
-    void* raw = fresh ? std::calloc(1, bytes) : std::realloc(table.raw, bytes);
+    // A new block comes zeroed from calloc without touching its pages (the old entries are not
+    // kept): a thread's table is mapped as its searches first use it, not at start-up.
+    std::free(table.raw);
+    void* raw = std::calloc(1, bytes);
     if (!raw) {
         std::fprintf(stderr, "failed to allocate %u bytes for pawnhash\n", static_cast<unsigned>(bytes));
         std::abort();
@@ -73,13 +74,7 @@ void allocateEntries(PawnTable& table, uint32_t count) {
     table.count = count;
     table.mask = count - 1;
     table.hits = table.stores = 0;
-    if (!fresh) std::memset(static_cast<void*>(table.entries), 0, count * sizeof(PawnEntry));
     table.entries[0].check = kEntryCheckUnused;
-}
-
-int chebyshev(int a, int b) {
-    const int df = std::abs(fileOf(a) - fileOf(b)), dr = std::abs(rankOf(a) - rankOf(b));
-    return df > dr ? df : dr;
 }
 
 }  // namespace
@@ -228,7 +223,7 @@ void passerScore(const EvalContext& ctx, int c, int& mg, int& eg) {
         const int rr = c == WHITE ? rankOf(s) : 7 - rankOf(s);
         mg += kPasserRankMg[rr] * bonus / 64;
         // 7. Endgame half: the kings' race to the pawn's path, and heavy pieces behind it.
-        const int dOpp = chebyshev(static_cast<int>(them.kingSquare), stop);
+        const int dOpp = squareDistance(static_cast<int>(them.kingSquare), stop);
         const int ahead = rankOf(stop) + (c == WHITE ? 1 : -1);
         const int own = static_cast<int>(us.kingSquare);
         const int dfOwn = std::abs(fileOf(own) - fileOf(stop)), drOwn = std::abs(rankOf(own) - ahead);

@@ -6,7 +6,6 @@ namespace {
 
 constexpr int kRaceWin = 500;                // a runner that queens with this move
 constexpr int kRacePerMove = 10;             // less for every move it still needs
-constexpr uint32_t kPieceBits = 0x0FFFF000;  // knight..queen counts of a material word
 
 // Escort moves the pair race adds to the pawn's own moves: once the king stands beside or in
 // front of the pawn's next two squares it mostly just walks along; a king that only got onto the
@@ -30,7 +29,7 @@ constexpr Bitboard shiftForward(Bitboard b) {
     return Us == WHITE ? b << 8 : b >> 8;
 }
 
-// Pawn moves still needed to queen from `square`, not counting the double step.
+// Pawn moves still needed to queen from `square`, one rank at a time.
 template <int Us>
 constexpr int movesToQueen(int square) {
     return Us == WHITE ? 7 - rankOf(square) : rankOf(square);
@@ -61,7 +60,7 @@ int unstoppableCount(const Position& pos, Bitboard passers) {
     const SideBlock& own = pos.side[Us];
     const SideBlock& opp = pos.side[them];
     // 1. Any piece of the defender stops or gives itself for a lone runner.
-    if (opp.material & kPieceBits) return kNoRace;
+    if (opp.material & kPieceFields) return kNoRace;
     // 2. Where the defending king stands when our next move is played.
     const int ourKing = static_cast<int>(own.kingSquare);
     const int theirKing = static_cast<int>(opp.kingSquare);
@@ -79,8 +78,10 @@ int unstoppableCount(const Position& pos, Bitboard passers) {
         const Bitboard path = forwardFile[Us][start] | squareBit[start];
         // a. Inside the pawn's square the king may still be too slow; run the chase.
         if ((reach & pawnSquare[Us][sq]) && kingCatches<Us>(reach, guarded, start)) continue;
-        // b., c. Our own king in front costs a move; in a rook-file corner it may be shut in.
-        int moves = movesToQueen<Us>(sq);
+        // b., c. Counted from `start`, as the chase is: a pawn on its first rank reaches the
+        // fourth with its first move. Our own king in front costs a move; in a rook-file
+        // corner it may be shut in.
+        int moves = movesToQueen<Us>(start);
         if (forwardFile[Us][sq] & squareBit[ourKing]) {
             const bool rookFile = (fileMaskOf[sq] & (kFileA | kFileH)) != 0;
             if (rookFile &&
@@ -184,9 +185,9 @@ int racingPasserScore(EvalContext& ctx) {
 
     // 4. No lone runner: an escorted one may still win against a bare king.
     if (white == kNoRace && black == kNoRace) {
-        if (!(pos.side[BLACK].material & kPieceBits) && !ctx.passers[BLACK])
+        if (!(pos.side[BLACK].material & kPieceFields) && !ctx.passers[BLACK])
             white = pairRace<WHITE>(pos, ctx.passers[WHITE]);
-        if (!(pos.side[WHITE].material & kPieceBits) && !ctx.passers[WHITE])
+        if (!(pos.side[WHITE].material & kPieceFields) && !ctx.passers[WHITE])
             black = pairRace<BLACK>(pos, ctx.passers[BLACK]);
         if (white == kNoRace && black == kNoRace) return 0;
     }

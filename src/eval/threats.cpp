@@ -10,7 +10,6 @@ namespace {
 constexpr int kPawnUnits = 100;              // exchange values are in pawns
 constexpr int kPinnedQueenDiscount = 50;     // the pinned queen's owner may still find a resource
 constexpr int kForkDiscount = 150;           // the pawn is often won back, and the fork may fail
-constexpr uint32_t kPieceBits = 0x0FFFF000;  // knight..queen counts of a material word
 
 template <int Us>
 Bitboard attackedByT(const Position& pos) {
@@ -44,6 +43,62 @@ bool supported(const Position& pos, int colour, int square, int from) {
             ~squareBit[from]) != 0;
 }
 
+// Attacks of `us` once its piece on `from` stands on `to`, over `occ` (the occupancy after the
+// move), sliders looking through the other side's king.
+Bitboard attacksAfter(const Position& pos, int us, int from, int to, Bitboard occ) {
+    const SideBlock& s = pos.side[us];
+    const Bitboard through = occ & ~pos.side[us ^ 1].pieces[KING];
+    const Bitboard moved = ~squareBit[from];
+    const int moverType = typeOf(pos.board[from]);
+    Bitboard attacks = (us == WHITE ? pawnAttackSet<WHITE>(s.pieces[PAWN])
+                                    : pawnAttackSet<BLACK>(s.pieces[PAWN])) |
+                       kingAttacks[s.kingSquare];
+    for (Bitboard b = s.pieces[KNIGHT] & moved; b;) attacks |= knightAttacks[popLsb(b)];
+    Bitboard diagonal = (s.pieces[BISHOP] | s.pieces[QUEEN]) & moved;
+    Bitboard straight = (s.pieces[ROOK] | s.pieces[QUEEN]) & moved;
+    if (moverType == BISHOP || moverType == QUEEN) diagonal |= squareBit[to];
+    if (moverType == ROOK || moverType == QUEEN) straight |= squareBit[to];
+    if (moverType == KNIGHT) attacks |= knightAttacks[to];
+    while (diagonal) attacks |= bishopAttacks(popLsb(diagonal), through);
+    while (straight) attacks |= rookAttacks(popLsb(straight), through);
+    return attacks;
+}
+
+// Pieces of `colour` other than the king that could step onto the empty `square`.
+Bitboard interposers(const Position& pos, int colour, int square, Bitboard occ) {
+    const SideBlock& s = pos.side[colour];
+    const int push = colour == WHITE ? 8 : -8;
+    const int doubleRank = colour == WHITE ? 3 : 4;
+    Bitboard pawns = 0;
+    const int single = square - push;
+    if (single >= 0 && single < 64) {
+        pawns |= squareBit[single] & s.pieces[PAWN];
+        if (rankOf(square) == doubleRank && !(occ & squareBit[single]))
+            pawns |= squareBit[single - push] & s.pieces[PAWN];
+    }
+    return pawns | (knightAttacks[square] & s.pieces[KNIGHT]) |
+           (bishopAttacks(square, occ) & (s.pieces[BISHOP] | s.pieces[QUEEN])) |
+           (rookAttacks(square, occ) & (s.pieces[ROOK] | s.pieces[QUEEN]));
+}
+
+// Whether the checking move from -> to of `us` really mates: after it, every flight square of
+// the enemy king is covered (the square the mover left no longer counts, a square behind the
+// mover may now be shielded), no other enemy piece can take the checker, and none can step
+// between a distant checker and the king. Enemy pins are not looked at, so a pinned defender
+// still counts as one: the test may miss a mate but never reports a false one.
+bool confirmedMate(const Position& pos, int us, int from, int to) {
+    const SideBlock& t = pos.side[us ^ 1];
+    const int ksq = static_cast<int>(t.kingSquare);
+    const Bitboard occ = (pos.occupied ^ squareBit[from]) | squareBit[to];
+    const Bitboard flights = kingAttacks[ksq] & ~(t.pieces[0] & ~squareBit[to]);
+    if (flights & ~attacksAfter(pos, us, from, to, occ)) return false;
+    const Bitboard taken = ~squareBit[to];
+    if (defenders(pos, us ^ 1, to, occ) & taken) return false;
+    for (Bitboard b = between[to][ksq]; b;)
+        if (interposers(pos, us ^ 1, popLsb(b), occ) & taken) return false;
+    return true;
+}
+
 // 1. A queen landing next to the king, protected and out of the defender's reach, with every
 // flight square held by the king's own pieces, attacked, or covered by the queen (which sees
 // through the king, as the attack set does).
@@ -60,6 +115,7 @@ Move queenContactMate(const Position& pos, int us, Bitboard attacked) {
             if (defenders(pos, us ^ 1, q, occ) || !supported(pos, us, q, from)) continue;
             const Bitboard cover = queenAttacks(q, occ ^ squareBit[ksq]);
             if (around & ~squareBit[q] & ~t.pieces[0] & ~attacked & ~cover) continue;
+            if (!confirmedMate(pos, us, from, q)) continue;
             return makeMoveWord(from, q, pos.board[q]);
         }
     }
@@ -96,6 +152,7 @@ Move rookLineMate(const Position& pos, int us, Bitboard attacked) {
                 continue;
             if ((around & squareBit[target]) && !supported(pos, us, target, from)) continue;
             if (defenders(pos, us ^ 1, target, pos.occupied ^ squareBit[from])) continue;
+            if (!confirmedMate(pos, us, from, target)) continue;
             return makeMoveWord(from, target, pos.board[target]);
         }
     }
@@ -117,7 +174,7 @@ int threatScore(const Position& pos, int colour) {
 
     // 1. Enemy pawns queening on an empty square, when we have a piece to lose the race with
     // (bare kings and pawns are the racing term's business).
-    if (s.material & kPieceBits) {
+    if (s.material & kPieceFields) {
         const Bitboard seventh = enemy == WHITE ? rankMask[6] : rankMask[1];
         const int push = enemy == WHITE ? 8 : -8;
         for (Bitboard b = e.pieces[PAWN] & seventh; b;) {

@@ -23,12 +23,6 @@ constexpr int kPawnGuardBonus[8] = {0, 64, 32, 32, 0, -128, 0, 0};
 // Below this many enemy points the king steps by its endgame table.
 constexpr int kEndgamePoints = 13;
 
-constexpr Bitboard kFarRanks = kRank1 | (kRank1 << 8) | (kRank8 >> 8) | kRank8;
-constexpr Move kCaptureOrPromotion = 0x07FF0000u;  // bits 16..26
-constexpr Move kNotQuiet = 0x0FFF0000u;            // bits 16..27
-
-bool same(Move a, Move b) { return ((a ^ b) & kIdentityMask) == 0; }
-
 }  // namespace
 
 void selectBest(Move* moves, int* scores, int count, int places) {
@@ -64,21 +58,21 @@ Move* orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Mo
         const Move m = first[i];
         int score = 0;
         bool isEarly = false;
-        if (hashMove && same(m, hashMove)) {
+        if (hashMove && sameMove(m, hashMove)) {
             score = kHashScore;
             isEarly = true;
-        } else if (same(m, killers[0])) {
+        } else if (sameMove(m, killers[0])) {
             score = kKillerScores[0];
             isEarly = true;
-        } else if (same(m, killers[1])) {
+        } else if (sameMove(m, killers[1])) {
             score = kKillerScores[1];
-        } else if (ply > 2 && same(m, thread.killers[ply - 2][0])) {
+        } else if (ply > 2 && sameMove(m, thread.killers[ply - 2][0])) {
             score = kOlderKillerScores[0];
-        } else if (ply > 2 && same(m, thread.killers[ply - 2][1])) {
+        } else if (ply > 2 && sameMove(m, thread.killers[ply - 2][1])) {
             score = kOlderKillerScores[1];
-        } else if (ply < kYoungerKillerPlyLimit && same(m, thread.killers[ply + 2][0])) {
+        } else if (ply < kYoungerKillerPlyLimit && sameMove(m, thread.killers[ply + 2][0])) {
             score = kYoungerKillerScores[0];
-        } else if (ply < kYoungerKillerPlyLimit && same(m, thread.killers[ply + 2][1])) {
+        } else if (ply < kYoungerKillerPlyLimit && sameMove(m, thread.killers[ply + 2][1])) {
             score = kYoungerKillerScores[1];
         } else {
             const int from = fromSquare(m), to = toSquare(m);
@@ -86,20 +80,20 @@ Move* orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Mo
             if (m & kCaptureOrPromotion) {
                 const int victim = kOrderValue[typeOf(pos.board[to])];
                 if (see(pos, m) >= 0) {
-                    score = victim * 16 + kWinningCapture;
+                    score = victim * kVictimWeight + kWinningCapture;
                     isEarly = true;
                 } else {
-                    score = (victim - kLosingCapture) * 16;
+                    score = (victim - kLosingCapture) * kVictimWeight;
                     // A losing capture that takes the piece behind the threat may still help.
                     if (threatMove && to == fromSquare(threatMove)) score += kLosingCapture;
                 }
             }
-            if (attacked & squareBit[from]) score += mover + 1;
-            if (attacked & squareBit[to]) score -= mover;
+            // A move out of an attack also wins ties against one that was never attacked.
+            score += moverSafety(attacked, m, mover) + ((attacked & squareBit[from]) ? 1 : 0);
             if (typeOf(pos.board[from]) == PAWN && (kFarRanks & squareBit[to])) {
                 score += kFarRankPawn;
                 isEarly = true;
-            } else if (typeOf(pos.board[from]) == KNIGHT && !(m & kNotQuiet)) {
+            } else if (typeOf(pos.board[from]) == KNIGHT && isQuiet(m)) {
                 score += kQuietKnight;
             }
         }
@@ -125,7 +119,7 @@ void orderEvasions(const Position& pos, Move* first, Move* end, Move hashMove) {
     for (int i = 0; i < count; ++i) {
         const Move m = first[i];
         const int from = fromSquare(m), to = toSquare(m), mover = typeOf(pos.board[from]);
-        if (hashMove && same(m, hashMove))
+        if (hashMove && sameMove(m, hashMove))
             scores[i] = kHashScore;
         else if (capturedCode(m))
             scores[i] = kOrderValue[typeOf(capturedCode(m))] * 256 - kOrderValue[mover];

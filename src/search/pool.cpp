@@ -6,7 +6,6 @@
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/clock.h"
-#include "shell/log.h"
 
 namespace quarn {
 
@@ -47,6 +46,7 @@ void masterDriver(SearchThread& t) {
     for (int i = 1; i < pool.threadCount; ++i) wake(*pool.threads[i]);
     iterate(pool.root);
     for (int i = 1; i < pool.threadCount; ++i) stopThread(*pool.threads[i]);
+    pool.running.store(false);  // reported: from here on Ctrl-C ends the engine again
     SearchStats sum = t.stats;
     for (int i = 1; i < pool.threadCount; ++i) sum.add(pool.threads[i]->stats);
     printStatistics(sum, tt.entryCount(), (clockMs() - timeControl.startMs) * 0.001);
@@ -133,33 +133,37 @@ void startSearch(const Position& pos, SearchReporter* reporter) {
     pool.stopping.store(0);
     copyPosition(master.pos, pos);
     RootSearch& root = pool.root;
+    copyPosition(root.start, pos);
     root.reporter = reporter;
     root.rootStop.store(0);
     root.depth.store(0);
+    root.won = false;
     root.bestMove = 0;
     root.rootPv[0] = 0;
     std::memset(&master.stats, 0, sizeof master.stats);
     tt.resetCounters();
     timeControl.reset();
     tt.newSearch();
+    pool.running.store(true);
     wake(master);
 }
 
 void stopSearch() {
+    interruptSearch();
+    waitIdle();
+}
+
+void interruptSearch() {
     pool.stopping.store(1);
     pool.root.rootStop.store(1);
     for (int i = 0; i < pool.threadCount; ++i) stopThread(*pool.threads[i]);
-    waitIdle();
 }
 
 void waitIdle() {
     for (int i = 0; i < pool.threadCount; ++i) waitUntilIdle(*pool.threads[i]);
 }
 
-void setQuiet(bool on) {
-    pool.root.quiet = on ? 1 : 0;
-    setLogLevel(on ? kLogQuiet : kLogNormal);
-}
+void setSearchLines(SearchLines* lines) { pool.root.lines = lines; }
 
 void shutdownThreads() {
     stopSearch();

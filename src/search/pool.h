@@ -16,6 +16,11 @@ struct SearchPool {
     SearchThread* threads[kMaxThreads];
     int threadCount;
     std::atomic<uint8_t> stopping;
+    // Set from startSearch until the search has reported; read by the interrupt handler.
+    std::atomic<bool> running;
+    // Whether Ctrl-C may stop the search running (one started at the console); set by the
+    // caller before startSearch.
+    std::atomic<bool> interruptible;
 };
 
 extern SearchPool pool;
@@ -28,10 +33,14 @@ void setThreads(int n);
 void startSearch(const Position& pos, SearchReporter* reporter);
 // Stops every thread and waits until all are idle.
 void stopSearch();
+// Asks the running search to stop as "stop" does, without waiting: only atomic stores, so a
+// signal handler may call it.
+void interruptSearch();
 // Returns when every search thread is idle.
 void waitIdle();
-// No console lines, and the log down to warnings.
-void setQuiet(bool on);
+// Where every search from now on sends its console lines; none (the protocol, the benchmark)
+// turns them off.
+void setSearchLines(SearchLines* lines);
 // Ends the threads (for a clean exit in tests and tools).
 void shutdownThreads();
 

@@ -2,10 +2,8 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "board/movegen.h"
-#include "board/movetext.h"
 #include "eval/see.h"
 #include "search/search.h"
 #include "search/timecontrol.h"
@@ -22,33 +20,25 @@ constexpr int kFullWidthDepth = 3;  // shallower iterations use the full window
 constexpr int kAspirationDeltas[] = {25, 75, 150, 350, 550, 1150, 60000};
 constexpr int kDeltaCount = sizeof kAspirationDeltas / sizeof kAspirationDeltas[0];
 constexpr int kMaxDepth = 120;
-constexpr int kMateLineScore = 29000;
 constexpr char kScaleSuffix[] = " kmgt";
+// In a won position (the last iteration above kWinningScore) a move that cannot be taken back,
+// a capture, promotion or pawn move, is played when its score comes within kProgressBias of
+// the best other move. The gain it makes is certain now; a piece move ahead by a few points of
+// king placement would only put the gain off, since the search finds the same gain behind it
+// at every depth and can keep deferring it until repetitions or the fifty-move rule end the
+// game.
+constexpr int kWinningScore = 1000;
+constexpr int kProgressBias = 50;
 
-uint64_t nodesOf(const RootSearch& root) { return root.master->stats.total(); }
-
-// A PV may end in the undo word of a back-and-forth repetition, which need not be a legal move
-// (a pawn cannot step back): lines are only walked as far as their moves are legal.
-Move legalMove(Position& pos, Move m) {
-    Move moves[kMaxMoves];
-    Move* end = generateMoves(pos, moves);
-    for (Move* it = moves; it != end; ++it)
-        if (((*it ^ m) & kIdentityMask) == 0) return *it;
-    return 0;
+// The root comparison bonus of a move: captures, promotions and pawn moves in a won position.
+int rootBias(const RootSearch& root, Move m) {
+    if (!root.won) return 0;
+    const bool irreversible =
+        (m & kCaptureOrPromotion) || typeOf(root.position->board[fromSquare(m)]) == PAWN;
+    return irreversible ? kProgressBias : 0;
 }
 
 int clampScore(int s) { return s < -kInfinity ? -kInfinity : s > kInfinity ? kInfinity : s; }
-
-// A count scaled by 1024 while above 99999 (at most `times` times), with its suffix.
-uint64_t scaleCount(uint64_t n, char& suffix, int times) {
-    int i = 0;
-    while (n > 99999 && i < times) {
-        n /= 1024;
-        ++i;
-    }
-    suffix = kScaleSuffix[i];
-    return n;
-}
 
 bool stopNow(RootSearch& root) {
     if (root.master->stopped() || timeControl.outOfBudget(nodesOf(root))) {
@@ -75,48 +65,9 @@ void storeRoot(RootSearch& root, int depth, int score, Move move, TtBound bound)
     tt.store(*root.position, e);
 }
 
-// The moves of a line in long form, made one by one so every piece letter is right. Returns
-// the length written.
-size_t writeLine(Position& pos, const Move* line, char* out, size_t size) {
-    UndoState saved[kMaxPly];
-    int made = 0;
-    size_t used = 0;
-    out[0] = 0;
-    for (; line[made] && made < kMaxPly - 1 && pos.ply + 1 < static_cast<uint32_t>(kHistorySize) &&
-           used + kMoveTextSize + 1 < size;
-         ++made) {
-        const Move m = legalMove(pos, line[made]);
-        if (!m) break;
-        if (used) out[used++] = ' ';
-        used = static_cast<size_t>(writeMoveLong(pos, out + used, m) - out);
-        saved[made] = pos.state;
-        makeMove(pos, m);
-    }
-    while (made > 0) {
-        --made;
-        unmakeMove(pos, pos.moveHistory[pos.ply], saved[made]);
-    }
-    return used;
-}
-
 void reportNewPv(RootSearch& root, int depth, int score, Move move) {
-    if (!root.quiet) {
-        char text[1024];
-        const size_t length = writeLine(*root.position, root.rootPv, text, sizeof text - 2);
-        text[length] = '\n';
-        text[length + 1] = 0;
-        printSearchLine(root, score, text);
-    }
+    if (root.lines) root.lines->bestLine(root, score);
     if (root.reporter) root.reporter->reportPv(static_cast<uint32_t>(depth), score, move);
-}
-
-void printMoveLine(RootSearch& root, int score, const char* prefix, Move m) {
-    if (root.quiet) return;
-    char text[64];
-    char move[kMoveTextSize];
-    writeMoveLong(*root.position, move, m);
-    std::snprintf(text, sizeof text, "%s%s\n", prefix, move);
-    printSearchLine(root, score, text);
 }
 
 // Writes the PV into the table as exact entries, so the next iteration follows it.
@@ -205,6 +156,7 @@ int buildRootMoves(RootSearch& root) {
     return root.rootMoveCount;
 }
 
+// Alpha, beta and the result are compared scores: a move's score plus its rootBias.
 int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
     SearchThread& t = *root.master;
     Position& pos = *root.position;
@@ -213,49 +165,49 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
     for (int k = 0; k < root.rootMoveCount; ++k) {
         // 1. Stop test.
         if (stopNow(root)) return best;
-        // 2. Make the move and report it.
+        // 2. Make the move and report it; its window is shifted by its bias.
         const Move m = root.rootMoves[k].move;
+        const int bias = rootBias(root, m);
+        const int a = alpha - bias, b = beta - bias;
         const uint64_t before = nodesOf(root);
         makeMove(pos, m);
         computeAttackInfo(pos);
         tt.prefetch(pos);
         if (root.reporter) root.reporter->reportCurrentMove(static_cast<uint32_t>(depth), static_cast<uint32_t>(k), m);
         int score;
+        bool researched = false;
         if (k == 0) {
             // 3. The first move with the full window.
-            score = -search(t, 1, depth - 1, -beta, -alpha, NODE_PV);
-            if (score <= alpha) timeControl.firstMoveFailedLow();
+            score = -search(t, 1, depth - 1, -b, -a, NODE_PV);
+            if (score <= a) timeControl.firstMoveFailedLow();
         } else {
             // 4. The others with a zero window, re-searched when they beat the best.
-            score = -search(t, 1, depth - 1, -alpha - 1, -alpha, NULL_ALLOWED | NODE_CUT);
-            if (!stopNow(root) && score > alpha) {
+            score = -search(t, 1, depth - 1, -a - 1, -a, NULL_ALLOWED | NODE_CUT);
+            if (!stopNow(root) && score > a) {
                 timeControl.newBestMoveSearch();
-                char prefix[32];
-                std::snprintf(prefix, sizeof prefix, "++%i/%i ", k + 1, root.rootMoveCount);
-                unmakeMove(pos, m, saved);
-                printMoveLine(root, score, prefix, m);
-                makeMove(pos, m);
-                computeAttackInfo(pos);
-                score = -search(t, 1, depth - 1, -beta, -alpha, NODE_PV);
-                if (!t.stopped() && score <= alpha) {
-                    unmakeMove(pos, m, saved);
-                    printMoveLine(root, score, "--", m);
-                    makeMove(pos, m);
-                    computeAttackInfo(pos);
+                if (root.lines) {
+                    char prefix[32];
+                    std::snprintf(prefix, sizeof prefix, "++%i/%i ", k + 1, root.rootMoveCount);
+                    root.lines->rootMoveLine(root, score, prefix, m);
                 }
+                score = -search(t, 1, depth - 1, -b, -a, NODE_PV);
+                researched = !t.stopped();
+                if (researched && score <= a && root.lines) root.lines->rootMoveLine(root, score, "--", m);
                 timeControl.newBestMoveDone();
             }
         }
-        // 5. Unmake; a stopped search leaves this move unscored.
+        // 5. Unmake; a stopped search leaves this move unscored. A re-search that finished and
+        // beat the best stands though the budget ran out while it ran (ending the new-best phase
+        // shortens it): its move was shown better than the one it would leave in place.
         unmakeMove(pos, m, saved);
-        if (stopNow(root)) return best;
+        if (stopNow(root) && !(researched && score > a)) return best;
         // 6. Score and effort of the move.
         root.rootMoves[k].score = score;
         root.rootMoves[k].sortKey = nodesOf(root) - before;
         if (k == 0) timeControl.checkScoreDrop(score);
-        if (score > best) best = score;
+        if (score + bias > best) best = score + bias;
         // 7. A new best move.
-        if (score > alpha) {
+        if (score > a) {
             if (k > 0) {
                 const RootMove tmp = root.rootMoves[k];
                 root.rootMoves[k] = root.rootMoves[0];
@@ -268,12 +220,15 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
             root.rootPv[i + 1] = 0;
             storeRoot(root, depth, score, m, BOUND_LOWER);
             reportNewPv(root, depth, score, m);
-            if (score >= beta) return score;
-            alpha = score;
+            if (score >= b) return score + bias;
+            alpha = score + bias;
         }
     }
-    if (root.rootMoveCount && root.rootMoves[0].score > alpha)
-        storeRoot(root, depth, alpha, root.rootMoves[0].move, BOUND_EXACT);
+    if (root.rootMoveCount) {
+        const int bias = rootBias(root, root.rootMoves[0].move);
+        if (root.rootMoves[0].score > alpha - bias)
+            storeRoot(root, depth, alpha - bias, root.rootMoves[0].move, BOUND_EXACT);
+    }
     return best;
 }
 
@@ -306,7 +261,7 @@ void iterate(RootSearch& root) {
         if (depth <= kFullWidthDepth) {
             searchRoot(root, depth, -kInfinity, kInfinity);
         } else {
-            const int p = root.rootMoves[0].score;
+            const int p = root.rootMoves[0].score + rootBias(root, root.rootMoves[0].move);
             int low = 0, high = 0;
             int alpha = clampScore(p - kAspirationDeltas[0]), beta = clampScore(p + kAspirationDeltas[0]);
             for (;;) {
@@ -324,19 +279,20 @@ void iterate(RootSearch& root) {
             }
         }
         score = root.rootMoves[0].score;
+        root.won = score > kWinningScore;
         // 4. The PV into the table.
         if (!root.rootStop.load()) storePv(root, depth, score);
         // 5. Stop rules.
         const uint64_t iterationNodes = nodesOf(root) - startNodes;
         if (const char* reason = stopReason(root, depth, score)) {
-            printSearchLine(root, score, reason);
+            if (root.lines) root.lines->iterationLine(root, score, reason);
             break;
         }
-        if (!root.quiet) {
+        if (root.lines) {
             char text[32];
             std::snprintf(text, sizeof text, "ok/%2.1f\n",
                           static_cast<double>(iterationNodes) / static_cast<double>(previousNodes));
-            printSearchLine(root, score, text);
+            root.lines->iterationLine(root, score, text);
         }
         previousNodes = iterationNodes ? iterationNodes : 1;
         // 6. Depth limits.
@@ -349,31 +305,16 @@ void iterate(RootSearch& root) {
         root.reporter->reportFinished(static_cast<uint32_t>(depth), root.rootMoves[0].score, root.rootMoves[0].move);
 }
 
-void printSearchLine(const RootSearch& root, int score, const char* text) {
-    if (root.quiet) return;
-    char buf[1200];
-    // The depth is right-aligned in three characters, the bracket included.
-    const int depth = root.depth.load();
-    int n = std::snprintf(buf, sizeof buf, "%s[%i/%i] %s", depth < 10 ? "  " : depth < 100 ? " " : "",
-                      depth, root.master->maxPly, root.master->maxPly < 10 ? " " : "");
-    const uint32_t ms = clockMs() - timeControl.startMs;
-    if (ms < 60000) {
-        n += std::snprintf(buf + n, sizeof buf - n, "%8.3f", ms / 1000.0);
-    } else {
-        const unsigned s = ms / 1000;
-        n += std::snprintf(buf + n, sizeof buf - n, "%2u:%02u:%02u", s / 3600, s / 60 % 60, s % 60);
+uint64_t nodesOf(const RootSearch& root) { return root.master->stats.total(); }
+
+uint64_t scaleCount(uint64_t n, char& suffix, int times) {
+    int i = 0;
+    while (n > 99999 && i < times) {
+        n /= 1024;
+        ++i;
     }
-    char suffix;
-    const uint64_t nodes = scaleCount(nodesOf(root), suffix, 2);
-    n += std::snprintf(buf + n, sizeof buf - n, "%8i%c", static_cast<int>(nodes), suffix);
-    if (score >= kMateLineScore)
-        n += std::snprintf(buf + n, sizeof buf - n, "     %+3i#", (30001 - score) / 2);
-    else if (score <= -kMateLineScore)
-        n += std::snprintf(buf + n, sizeof buf - n, "     %+3i#", (-30000 - score) / 2);
-    else
-        n += std::snprintf(buf + n, sizeof buf - n, "%8i ", score);
-    if (text) std::snprintf(buf + n, sizeof buf - n, " %s", text);
-    std::fputs(buf, stdout);
+    suffix = kScaleSuffix[i];
+    return n;
 }
 
 void printStatistics(const SearchStats& s, uint32_t entryCount, double seconds) {

@@ -1,5 +1,5 @@
-// The root search: iterative deepening with aspiration windows over the root moves, its
-// console lines and the statistics printed after each search.
+// The root search: iterative deepening with aspiration windows over the root moves, the
+// reports it makes and the statistics it logs after each search.
 #pragma once
 
 #include <atomic>
@@ -23,6 +23,22 @@ public:
     virtual void reportFinished(uint32_t depth, int score, Move bestMove) = 0;
 };
 
+struct RootSearch;
+
+// The running commentary of a search at the console: the shell implements it, and a search
+// run for the protocol or the benchmark has none. Calls come from the master search thread.
+class SearchLines {
+public:
+    virtual ~SearchLines() = default;
+    // A root move became the new best; the root record's rootPv holds the line.
+    virtual void bestLine(const RootSearch& root, int score) = 0;
+    // A root move `m` of the start position beat the best on its zero window ("++k/n ") and is
+    // searched again, or failed in that search ("--").
+    virtual void rootMoveLine(const RootSearch& root, int score, const char* prefix, Move m) = 0;
+    // An iteration ended; `text` says how ("ok/1.8", or why the search stops there).
+    virtual void iterationLine(const RootSearch& root, int score, const char* text) = 0;
+};
+
 struct RootMove {
     Move move;
     uint64_t sortKey;  // exchange value + 1000 at first; then the nodes of the last iteration
@@ -38,7 +54,11 @@ struct RootSearch {
     Move bestMove;
     Move rootPv[kMaxPly];  // zero-terminated
     std::atomic<uint8_t> rootStop;
-    uint8_t quiet;  // no console lines
+    SearchLines* lines;  // the console's lines, or none
+    Position start;      // the position searched, as it was handed over
+    // Set for an iteration whose side to move is winning: captures and promotions then count
+    // kProgressBias more than their score when root moves are compared.
+    bool won;
     // The iteration running, 0 before the first. Read by the input thread (ponderhit), so it
     // is atomic; once it is above 0 the root moves are built and stay as they are.
     std::atomic<int> depth;
@@ -51,8 +71,11 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta);
 // The driver: deepens until a limit or a stop rule ends it, then reports the result.
 void iterate(RootSearch& root);
 
-// "[depth/seldepth] time nodes score text" on the console, unless quiet.
-void printSearchLine(const RootSearch& root, int score, const char* text);
+// Nodes searched so far by the master thread.
+uint64_t nodesOf(const RootSearch& root);
+// A count divided by 1024 while above 99999 (at most `times` times), with its suffix letter
+// (blank, k, m, g, t).
+uint64_t scaleCount(uint64_t n, char& suffix, int times);
 // The statistics block, written to the log.
 void printStatistics(const SearchStats& stats, uint32_t entryCount, double seconds);
 

@@ -1,11 +1,12 @@
+// The full-width search below the root: table probe, null move, internal deepening, the hash
+// move, then the generated moves with futility pruning and late-move reductions.
 #include "search/search.h"
 
 #include "board/movegen.h"
 #include "eval/evaluate.h"
 #include "eval/see.h"
-#include "eval/threats.h"
+#include "search/node.h"
 #include "search/ordering.h"
-#include "search/quietchecks.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
 
@@ -13,153 +14,35 @@ namespace quarn {
 
 namespace {
 
-// A node this far into the history makes no move: its children would not fit.
-constexpr uint32_t kHistoryLimit = kHistorySize - 2;
-constexpr int kLimitCheckMask = 255;    // test the limits every 256 full-width nodes
-constexpr int kNullReduction = 4;       // a null move searches one ply plus four less
-constexpr int kNullMargin = 8;          // the static score must clear beta by this much
+// The limits are tested every 256 full-width nodes: a clock read per node would cost more
+// than it saves, and 256 nodes take well under a millisecond.
+constexpr int kLimitCheckMask = 255;
+// Null move: passing and still beating beta with a search four plies shallower is strong
+// evidence; a smaller reduction finds little more and costs much more. The static score must
+// clear beta by a margin first, or the pass rarely cuts and its search is wasted. With few
+// pieces, where zugzwang makes passing better than any move, a verification search six plies
+// shallower must confirm the cut.
+constexpr int kNullReduction = 4;
+constexpr int kNullMargin = 8;
 constexpr int kNullVerifyReduction = 6;
-constexpr int kNullVerifyPieces = 4;    // fewer pieces than this: verify a null cut-off
+constexpr int kNullVerifyPieces = 4;
+// Internal deepening two plies shallower: deep enough to find a good first move, at a small
+// share of the node's cost.
 constexpr int kIidReduction = 2;
-constexpr int kIidMateBound = 29000;
-constexpr int kRecaptureDepth = 4;      // recapture extension from this depth on
+// A winning recapture is extended a ply from depth 4: nearer the horizon the quiescence
+// search resolves the exchange anyway, and the extension would only multiply small trees.
+constexpr int kRecaptureDepth = 4;
+// Futility: near the horizon a quiet late move gains little beyond positional terms, about
+// half a pawn a ply at the last two plies and more the further the horizon is, so a node
+// that stays below alpha by the margin of its depth even after such a gain can skip the move.
 constexpr int kFutilityDepth = 5;
 constexpr int kFutilityMargin[kFutilityDepth + 1] = {0, 50, 50, 250, 550, 1150};
-constexpr int kFiftyMovePlies = 99;
-constexpr int kInsufficientPoints = 5;
+// Late moves are reduced two plies, and a move that hits something one: those are the moves
+// most likely to turn a node, so they lose less depth.
 constexpr int kReduction = 2, kTacticalReduction = 1;
-constexpr int kQueenGap = 1100, kRookGap = 700, kBishopGap = 500;  // tactical targets by gap
-constexpr int kMateThreatScore = 29000;
-constexpr int kMateThreatBeta = 29001;
-constexpr int kQuiesceMargin = 50;      // alpha must exceed eval + threat by this to drop quiet evasions
-constexpr int kHopelessStandPat = -2000;
-constexpr int kQuiesceHashScore = 32767, kQuiesceLateHashScore = 32766;
-constexpr int kPromotionOrderBonus = 120;
-constexpr int kMarginCutoff = 10;       // above this margin no capture can help
-constexpr Move kNotQuiet = 0x0FFF0000u;
-constexpr uint32_t kExtensionShift = 30;
-constexpr Bitboard kFarRanks = kRank1 | (kRank1 << 8) | (kRank8 >> 8) | kRank8;
-constexpr uint32_t kPieceFields = 0x0FFFF000;
-
-bool isQuiet(Move m) { return (m & kNotQuiet) == 0; }
-bool sameMove(Move a, Move b) { return ((a ^ b) & kIdentityMask) == 0; }
-int stopScore() { return 0; }
-
-// Copies a child's PV behind `m` into this ply's row.
-void updatePv(SearchThread& t, int ply, Move m) {
-    Move* row = t.pv[ply];
-    const Move* child = t.pv[ply + 1];
-    row[0] = m;
-    int i = 0;
-    while (i + 1 < kMaxPly - 1 && child[i]) {
-        row[i + 1] = child[i];
-        ++i;
-    }
-    row[i + 1] = 0;
-}
-
-void setSinglePv(SearchThread& t, int ply, Move m) {
-    t.pv[ply][0] = m;
-    t.pv[ply][1] = 0;
-}
-
-// A move that beat the best score so far: it is the best now, stored as `recorded`, and above
-// alpha its line leads the PV and raises alpha. Forced inline: left to the compiler, quiesce
-// keeps its scores in memory and runs slower.
-[[gnu::always_inline]] inline void raiseBest(SearchThread& t, int ply, Move m, Move recorded,
-                                             int s, int& best, Move& bestMove, int& alpha) {
-    best = s;
-    bestMove = recorded;
-    if (s > alpha) {
-        updatePv(t, ply, m);
-        alpha = s;
-    }
-}
-
-// The table line and the pawn entry are fetched as soon as the new keys are known, so the
-// attack words are computed while they come in.
-void playMove(SearchThread& t, Move m) {
-    makeMove(t.pos, m & kIdentityMask);
-    tt.prefetch(t.pos);
-    prefetchPawnEntry(t.eval->pawnTable, t.pos.state.pawnKey);
-    computeAttackInfo(t.pos);
-}
-
-// A piece that went away and came straight back, while the opponent's move between did not
-// use the square it vacated, repeats the position: the undo of the opponent's move goes into
-// the PV.
-bool backAndForth(SearchThread& t, int ply, int beta) {
-    const Position& pos = t.pos;
-    if (beta > 0 || ply < 3 || pos.ply - pos.state.fiftyStart <= 2) return false;
-    const Move m0 = pos.moveHistory[pos.ply], m1 = pos.moveHistory[pos.ply - 1],
-               m2 = pos.moveHistory[pos.ply - 2];
-    const int a = fromSquare(m2), b = toSquare(m2);
-    if (fromSquare(m0) != b || toSquare(m0) != a || isCastling(m1) || m1 == kNullMove) return false;
-    if (between[fromSquare(m1)][toSquare(m1)] & squareBit[a]) return false;
-    setSinglePv(t, ply, static_cast<Move>(toSquare(m1) * 256 + fromSquare(m1)));
-    return true;
-}
-
-// Earlier occurrences of the current key, stepping two plies back from `start` plies ago.
-int repetitionIndex(const Position& pos, int start) {
-    for (int i = static_cast<int>(pos.ply) - start; i >= pos.state.fiftyStart; i -= 2)
-        if (pos.keyHistory[i] == pos.hashKey) return i;
-    return -1;
-}
-
-bool insufficientMaterial(const Position& pos) {
-    const SideBlock& w = pos.side[WHITE];
-    const SideBlock& b = pos.side[BLACK];
-    const Bitboard heavy = w.pieces[PAWN] | w.pieces[ROOK] | w.pieces[QUEEN] | b.pieces[PAWN] |
-                           b.pieces[ROOK] | b.pieces[QUEEN];
-    return !heavy && materialPoints(w.material) < kInsufficientPoints &&
-           materialPoints(b.material) < kInsufficientPoints;
-}
-
-// The draw rules shared by search and quiesce: back and forth, fifty moves, insufficient
-// material, repetition (near the root only a second repetition counts).
-bool drawnByRules(SearchThread& t, int ply, int beta) {
-    const Position& pos = t.pos;
-    if (backAndForth(t, ply, beta)) return true;
-    if (static_cast<int>(pos.ply) - pos.state.fiftyStart > kFiftyMovePlies) return true;
-    if (insufficientMaterial(pos)) return true;
-    const int first = repetitionIndex(pos, 4);
-    if (first < 0) return false;
-    if (ply > 3) return true;
-    for (int i = first - 4; i >= pos.state.fiftyStart; i -= 2)
-        if (pos.keyHistory[i] == pos.hashKey) return true;
-    return false;
-}
-
-// A table entry that settles the node without searching it.
-bool tableCuts(const TtEntry& e, int score, int depth, int alpha, int beta) {
-    if (e.depth >= depth) {
-        if (e.bound == BOUND_EXACT) return true;
-        if (e.bound == BOUND_LOWER) return score >= beta;
-        if (e.bound == BOUND_UPPER) return score <= alpha;
-        return false;
-    }
-    // A mate score cuts even from a shallower search.
-    if (score >= kMateThreshold && e.bound != BOUND_UPPER) return score >= beta;
-    if (score <= -kMateThreshold && e.bound != BOUND_LOWER) return score < alpha;
-    return false;
-}
-
-void storeBounded(const Position& pos, int ply, int depth, int alphaOrig, int best, Move bestMove,
-                  int staticEval) {
-    TtEntry e{};
-    e.move = bestMove;
-    e.score = static_cast<int16_t>(scoreToTt(best, ply));
-    e.depth = static_cast<int16_t>(depth);
-    e.staticEval = static_cast<int16_t>(staticEval);
-    e.bound = alphaOrig >= best ? BOUND_UPPER : BOUND_EXACT;
-    tt.store(pos, e);
-}
-
-void lowerBound(const Position& pos, int ply, int depth, int score, Move m, int staticEval) {
-    TtEntry e{};
-    tt.storeLowerBound(e, pos, depth, ply, score, m, staticEval);
-}
+// A node behind alpha counts as tactical the moves that attack a piece worth the gap: behind
+// by less than a queen (11 pawns, counted generously) hitting the queen could catch up.
+constexpr int kQueenGap = 1100, kRookGap = 700, kBishopGap = 500;
 
 // Squares and pieces a move must hit to count as tactical when the node is behind.
 struct TacticalContext {
@@ -195,6 +78,10 @@ bool nearlyOpen(const Position& pos, int from, int king, Bitboard vacated) {
     return !moreThanOne(b);
 }
 
+// A move that may win back what the node lacks: it attacks the king's ring or a piece worth
+// the gap, advances a pawn to the far ranks, supports a pawn there, opens a line to the king,
+// or discovers an attack through the square it leaves. Such moves are neither pruned nor
+// fully reduced: these are exactly the quiet moves whose value the static score cannot see.
 bool isTactical(const Position& pos, const TacticalContext& c, Move m) {
     const int from = fromSquare(m), to = toSquare(m), type = typeOf(pos.board[from]);
     const int king = c.enemyKing;
@@ -207,16 +94,20 @@ bool isTactical(const Position& pos, const TacticalContext& c, Move m) {
             if (knightAttacks[to] & c.targets) return true;
             break;
         case KING:
+            // A king next to the other one's ring takes part in a mating net (endings).
             if (kingAttacks[to] & c.kingRing) return true;
             break;
         default: {
+            // A piece guarding our pawn's way on the far ranks helps it promote.
             if ((kFarRanks & squareBit[to]) && (pawnAttacks[c.us ^ 1][to] & c.ownPawns)) return true;
             if (type == BISHOP && (bishopAttacks(to, occ) & c.targets)) return true;
+            // A rook onto a line through the king's ring, not the line it came along.
             if (type == ROOK) {
                 const Bitboard ring = c.kingRing & rookLines[to] & ~line[from][to];
                 if (ring && (rookAttacks(to, occ) & ring)) return true;
             }
             const Bitboard lines = type == BISHOP ? bishopLines[to] : type == ROOK ? rookLines[to] : queenLines[to];
+            // A slider lined up with the king behind at most one piece: a pin or a check next.
             if ((lines & squareBit[king]) && !moreThanOne(between[to][king] & occ)) return true;
             if (type == QUEEN) return false;
         }
@@ -242,6 +133,229 @@ int recaptureExtension(const Position& pos, Move m, int depth) {
 }
 
 bool timeToCheckLimits(const SearchThread& t) { return (t.stats.nodes & kLimitCheckMask) == 0; }
+
+// One node's state, handed from phase to phase.
+struct Node {
+    int ply, depth, alpha, beta;
+    uint32_t flags;
+    bool pvNode, inCheck, reductionsOn;
+    int staticEval;
+    Move hashMove, threat;
+    int alphaOrig, best;
+    Move bestMove;
+};
+
+// 5. Null move: pass, and if a shallow search still beats beta the node is not worth a full
+// search. Not in check, not twice in a row, not without a piece (pawn endings are zugzwang
+// territory), and only when the static score already clears beta. With few pieces a
+// verification search confirms the cut. The reply that refuted the pass is the threat the
+// move ordering answers first. True when `result` ends the node.
+bool nullMoveEnds(SearchThread& t, Node& n, int& result) {
+    Position& pos = t.pos;
+    const SideBlock& own = pos.side[pos.sideToMove];
+    if (n.inCheck || pos.moveHistory[pos.ply] == kNullMove || !(n.flags & NULL_ALLOWED) ||
+        !(own.pieces[BISHOP] | own.pieces[ROOK] | own.pieces[QUEEN]) || n.staticEval - kNullMargin < n.beta)
+        return false;
+    const UndoState saved = pos.state;
+    makeSearchNullMove(pos);
+    ++t.stats.nullTries;
+    const int s = -search(t, n.ply + 1, n.depth - 1 - kNullReduction, -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
+    takeBack(pos, kNullMove, saved);
+    result = stopScore();
+    if (t.stopped()) return true;
+    n.threat = t.pv[n.ply + 1][0];
+    if (s < kMateThreshold && s >= n.beta) {
+        bool cut = true;
+        if (materialPieces(own.material) < kNullVerifyPieces && (n.depth > kNullVerifyReduction || n.ply < 3)) {
+            const int vDepth = n.depth - kNullVerifyReduction > 1 ? n.depth - kNullVerifyReduction : 1;
+            cut = search(t, n.ply, vDepth, n.alpha, n.beta, NODE_CUT) >= n.beta;
+            if (t.stopped()) return true;
+        }
+        if (cut) {
+            t.pv[n.ply][0] = 0;
+            lowerBound(pos, n.ply, n.depth, s, 0, n.staticEval);
+            ++t.stats.nullCuts;
+            result = s;
+            return true;
+        }
+    }
+    // Passing would lose at once: tell a reducing parent to search this move fully.
+    if ((n.flags & REDUCED_CHILD) && n.threat && s == matedIn(n.ply + 2)) {
+        result = -kInfinity;
+        return true;
+    }
+    return false;
+}
+
+// 6. Internal iterative deepening: an expected PV or cut node without a hash move searches
+// two plies shallower first, for a first move to try. A shallow mate either way is believed.
+bool deepeningEnds(SearchThread& t, Node& n, int& result) {
+    if (n.hashMove || n.depth == 1 || !(n.flags & (NODE_PV | NODE_CUT))) return false;
+    ++t.stats.iid;
+    const int s = search(t, n.ply, n.depth - kIidReduction, n.alpha, n.beta, n.flags);
+    result = s;
+    if (t.stopped()) {
+        result = stopScore();
+        return true;
+    }
+    n.hashMove = t.pv[n.ply][0];
+    if (s < n.beta && s < n.alpha && s < -kMateFound) return true;
+    return s >= n.beta && s > kMateFound;
+}
+
+// 7. The hash move, before any generation: it often cuts, and then nothing is generated. It
+// keeps the extension it earned when it was stored.
+bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result) {
+    if (!n.hashMove) return false;
+    Position& pos = t.pos;
+    const Move m = n.hashMove & kIdentityMask;
+    int extension = static_cast<int>(n.hashMove >> kExtensionShift);
+    if (extension == 0) extension = recaptureExtension(pos, m, n.depth);
+    playMove(t, m);
+    const int s = -search(t, n.ply + 1, n.depth - 1 + extension, -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
+    takeBack(pos, m, saved);
+    result = stopScore();
+    if (t.stopped()) return true;
+    if (s >= n.beta) {
+        if (!n.inCheck && isQuiet(m)) updateKillers(t, n.ply, m);
+        setSinglePv(t, n.ply, m);
+        lowerBound(pos, n.ply, n.depth, s, m, n.staticEval);
+        ++t.stats.cutNodes;
+        ++t.stats.firstMoveCuts;
+        result = s;
+        return true;
+    }
+    raiseBest(t, n.ply, m, m, s, n.best, n.bestMove, n.alpha);
+    return false;
+}
+
+// Futility value of the node: only with heavy pieces on both sides, where a quiet move's
+// effect on the score is small next to the margins.
+int futilityValue(const Position& pos, const Node& n) {
+    if (n.inCheck || n.depth > kFutilityDepth) return kInfinity;
+    const SideBlock& own = pos.side[pos.sideToMove];
+    const SideBlock& other = pos.side[pos.sideToMove ^ 1];
+    const bool heavy = (own.pieces[ROOK] | own.pieces[QUEEN]) && (other.pieces[ROOK] | other.pieces[QUEEN]);
+    return heavy ? n.staticEval + kFutilityMargin[n.depth] : kInfinity;
+}
+
+// 8. The generated moves. A single evasion extends every move of the node; late quiet moves
+// may be pruned by futility or reduced. Returns the node's score.
+int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
+    Position& pos = t.pos;
+    const int ply = n.ply;
+    // 8.1 Generation and ordering; no move is mate or stalemate.
+    Move moves[kMaxMoves];
+    Move* end = n.inCheck ? generateEvasions(pos, moves) : generateAll(pos, moves);
+    if (end == moves) {
+        ++t.stats.mates;
+        return n.inCheck ? matedIn(ply) : 0;
+    }
+    const int singleReply = (n.inCheck && end - moves == 1) ? 1 : 0;
+    Move* lateStart = end;
+    if (n.inCheck)
+        orderEvasions(pos, moves, end, n.hashMove);
+    else
+        lateStart = orderMoves(t, ply, moves, end, n.threat, n.hashMove);
+    // 8.2 A node behind alpha marks the moves that hit something: they are reduced less and
+    // never pruned, since they are how the side behind catches up.
+    const bool marking = n.staticEval <= n.alpha;
+    TacticalContext tactics{};
+    if (marking) tactics = tacticalContext(pos, n.alpha - n.staticEval);
+    const int futility = futilityValue(pos, n);
+    Move cutMove = 0;
+    int cutScore = 0;
+    for (Move* it = moves; it != end; ++it) {
+        const Move m = *it;
+        if (n.hashMove && sameMove(m, n.hashMove)) continue;
+        const bool killer = sameMove(m, t.killers[ply][0]) || sameMove(m, t.killers[ply][1]);
+        t.stats.killerTries += killer;
+        // Once a move is found, the rest of a non-PV node are expected all-nodes.
+        if (!n.pvNode && n.bestMove) n.flags = (n.flags & ~7u) + NODE_ALL;
+        // 8.3 Futility pruning of late quiet moves; the margin stands in as their score.
+        const bool late = it >= lateStart;
+        const bool tactical = marking && isTactical(pos, tactics, m);
+        if (late && futility < n.alpha && isQuiet(m) && !(tactical && see(pos, m) >= 0)) {
+            ++t.stats.pruned;
+            if (futility > n.best) {
+                n.best = futility;
+                n.bestMove = m;
+            }
+            continue;
+        }
+        int extension = singleReply;
+        if (!singleReply) extension = recaptureExtension(pos, m, n.depth);
+        const int newDepth = n.depth - 1 + extension;
+        playMove(t, m);
+        int s;
+        // 8.4 Late-move reduction: two plies (one for a tactical move) with a null window.
+        if (late && n.reductionsOn) {
+            const int r = tactical ? kTacticalReduction : kReduction;
+            ++t.stats.reduceTries;
+            s = -search(t, ply + 1, newDepth - r, -n.alpha - 1, -n.alpha, REDUCED_CHILD | NULL_ALLOWED | NODE_CUT);
+            if (t.stopped()) {
+                takeBack(pos, m, saved);
+                return stopScore();
+            }
+            // The reduced search stands when it fails low, unless a tactical move was refuted
+            // by a quiet reply: that one is searched again at full depth.
+            const Move reply = t.pv[ply + 1][0];
+            const bool quietRefutation = tactical && reply && !capturedCode(reply);
+            if (!quietRefutation && s <= n.alpha) {
+                takeBack(pos, m, saved);
+                if (s > n.best) {
+                    n.best = s;
+                    n.bestMove = m;
+                }
+                continue;
+            }
+            ++t.stats.reduceFails;
+        }
+        // 8.5 Full depth: in a PV node a null window first once a move is found.
+        if (n.pvNode) {
+            bool searched = false;
+            if (n.bestMove) {
+                s = -search(t, ply + 1, newDepth, -n.alpha - 1, -n.alpha, NULL_ALLOWED | NODE_CUT);
+                searched = t.stopped() || s <= n.alpha;
+            }
+            if (!searched) s = -search(t, ply + 1, newDepth, -n.beta, -n.alpha, NODE_PV);
+        } else {
+            s = -search(t, ply + 1, newDepth, -n.beta, -n.alpha, (n.flags ^ kSwapExpectation) | NULL_ALLOWED);
+        }
+        takeBack(pos, m, saved);
+        if (t.stopped()) return stopScore();
+        if (s > n.best) {
+            const Move candidate = m | (static_cast<Move>(singleReply) << kExtensionShift);
+            if (s >= n.beta) {
+                cutMove = candidate;
+                cutScore = s;
+                t.stats.killerCuts += killer;
+                t.stats.firstMoveCuts += !n.hashMove && it == moves;
+                break;
+            }
+            t.stats.pvNodes += s > n.alpha;
+            raiseBest(t, ply, m, candidate, s, n.best, n.bestMove, n.alpha);
+        }
+    }
+    // 8.6 Cut-off: a lower bound, and a quiet refutation becomes a killer.
+    if (cutMove) {
+        if (!n.inCheck && isQuiet(cutMove)) updateKillers(t, ply, cutMove);
+        setSinglePv(t, ply, cutMove & kIdentityMask);
+        lowerBound(pos, ply, n.depth, cutScore, cutMove, n.staticEval);
+        ++t.stats.cutNodes;
+        return cutScore;
+    }
+    // 8.7 All-node or PV node.
+    storeBounded(pos, ply, n.depth, n.alphaOrig, n.best, n.bestMove, n.staticEval);
+    if (n.alphaOrig >= n.best) {
+        ++t.stats.allNodes;
+    } else {
+        ++t.stats.pvNodes;
+        const Move first = n.hashMove ? n.hashMove : moves[0];
+        t.stats.firstMovePv += sameMove(n.bestMove, first);
+    }
+    return n.best;
+}
 
 }  // namespace
 
@@ -272,508 +386,54 @@ void updateKillers(SearchThread& t, int ply, Move m) {
 
 int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t flags) {
     Position& pos = t.pos;
-    // Stopped.
+    // 1. Stopped; the horizon; the limits every 256 nodes; seldepth and an empty PV.
     if (t.stopped()) return stopScore();
-    // Horizon.
     if (depth < 1) {
         ++t.stats.frontier;
         return quiesce(t, ply, 2, alpha, beta, flags | FROM_SEARCH);
     }
-    // Limits, every 256 full-width nodes.
     ++t.stats.nodes;
     if (timeToCheckLimits(t) && timeControl.outOfBudget(t.stats.total())) {
         t.requestStop();
         return stopScore();
     }
-    // Seldepth and an empty PV.
     if (ply > t.maxPly) t.maxPly = ply;
     t.pv[ply][0] = 0;
-    // Draws.
+    // 2. Draws.
     if (drawnByRules(t, ply, beta)) return 0;
-
-    // Transposition table.
-    const bool pvNode = flags & NODE_PV;
-    ++t.stats.ttProbes;
-    TtEntry entry;
-    int staticEval;
-    Move hashMove = 0;
-    if (!tt.probe(pos, entry)) {
-        staticEval = evaluate(*t.eval);
-    } else {
-        ++t.stats.ttHits;
-        if (!pvNode) {
-            const int score = scoreFromTt(entry.score, ply);
-            if (tableCuts(entry, score, depth, alpha, beta)) {
-                if (entry.bound == BOUND_LOWER && entry.move && isQuiet(entry.move))
-                    updateKillers(t, ply, entry.move);
-                setSinglePv(t, ply, entry.move);
-                ++t.stats.ttCuts;
-                return score;
-            }
-        }
-        staticEval = entry.staticEval;
-        hashMove = entry.move;
-    }
-
-    // Too deep to go on, or no room left in the position's history.
-    if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return staticEval;
-
-    // Mate-distance pruning.
-    if (alpha > kMateThreshold && alpha >= kMateScore - 1 - ply) return alpha;
-    const int us = static_cast<int>(pos.sideToMove), them = us ^ 1;
-    const bool inCheck = (pos.state.enemyAttacks & squareBit[pos.side[us].kingSquare]) != 0;
-    if (beta < -kMateThreshold && ply - kMateScore + (inCheck ? 0 : 2) >= beta) return beta;
-
+    // 3. Transposition table.
+    Node n;
+    n.pvNode = flags & NODE_PV;
+    const TableProbe probe = probeTable<true>(t, ply, depth, alpha, beta, n.pvNode);
+    if (probe.cut) return probe.score;
+    n.staticEval = probe.staticEval;
+    n.hashMove = probe.hashMove;
+    // 4. Too deep to go on, or no room left in the position's history; mate-distance pruning.
+    if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return n.staticEval;
+    if (alpha > kMateThreshold && alpha >= mateIn(ply + 1)) return alpha;
+    n.inCheck = inCheck(pos);
+    if (beta < -kMateThreshold && matedIn(ply + (n.inCheck ? 0 : 2)) >= beta) return beta;
+    n.ply = ply;
+    n.depth = depth;
+    n.alpha = alpha;
+    n.beta = beta;
+    n.flags = flags;
+    n.threat = 0;
     // No reductions after a move that now stands pinned to its own king: it may have
     // been played to set up a discovered attack we must see at full depth.
-    const Move lastMove = pos.moveHistory[pos.ply];
-    const bool reductionsOn = !inCheck && !(pos.state.kingBlockers[them] & squareBit[toSquare(lastMove)]);
-
-    // Null move.
-    Move threat = 0;
-    const SideBlock& own = pos.side[us];
-    if (!inCheck && lastMove != kNullMove && (flags & NULL_ALLOWED) &&
-        (own.pieces[BISHOP] | own.pieces[ROOK] | own.pieces[QUEEN]) && staticEval - kNullMargin >= beta) {
-        const UndoState saved = pos.state;
-        makeSearchNullMove(pos);
-        ++t.stats.nullTries;
-        const int s = -search(t, ply + 1, depth - 1 - kNullReduction, -beta, -alpha, flags ^ kSwapExpectation);
-        takeBack(pos, kNullMove, saved);
-        if (t.stopped()) return stopScore();
-        threat = t.pv[ply + 1][0];
-        if (s < kMateThreshold && s >= beta) {
-            bool cut = true;
-            if (static_cast<int>(own.material >> 28) < kNullVerifyPieces && (depth > kNullVerifyReduction || ply < 3)) {
-                const int vDepth = depth - kNullVerifyReduction > 1 ? depth - kNullVerifyReduction : 1;
-                cut = search(t, ply, vDepth, alpha, beta, NODE_CUT) >= beta;
-                if (t.stopped()) return stopScore();
-            }
-            if (cut) {
-                t.pv[ply][0] = 0;
-                lowerBound(pos, ply, depth, s, 0, staticEval);
-                ++t.stats.nullCuts;
-                return s;
-            }
-        }
-        // Passing would lose at once: tell a reducing parent to search this move fully.
-        if ((flags & REDUCED_CHILD) && threat && s == ply - (kMateScore - 2)) return -kInfinity;
-    }
-
+    const int them = static_cast<int>(pos.sideToMove) ^ 1;
+    n.reductionsOn = !n.inCheck && !(pos.state.kingBlockers[them] & squareBit[toSquare(pos.moveHistory[pos.ply])]);
+    int result;
+    if (nullMoveEnds(t, n, result)) return result;
     // Children are never reduced children themselves.
-    flags &= ~static_cast<uint32_t>(REDUCED_CHILD);
-
-    // Internal iterative deepening finds a first move to try.
-    if (!hashMove && depth != 1 && (flags & (NODE_PV | NODE_CUT))) {
-        ++t.stats.iid;
-        const int s = search(t, ply, depth - kIidReduction, alpha, beta, flags);
-        if (t.stopped()) return stopScore();
-        hashMove = t.pv[ply][0];
-        if (s < beta && s < alpha && s < -kIidMateBound) return s;
-        if (s >= beta && s > kIidMateBound) return s;
-    }
-
-    const int alphaOrig = alpha;
-    int best = -kInfinity;
-    Move bestMove = 0;
+    n.flags &= ~static_cast<uint32_t>(REDUCED_CHILD);
+    if (deepeningEnds(t, n, result)) return result;
+    n.alphaOrig = n.alpha;
+    n.best = -kInfinity;
+    n.bestMove = 0;
     const UndoState saved = pos.state;
-
-    // The hash move before any generation.
-    if (hashMove) {
-        const Move m = hashMove & kIdentityMask;
-        int extension = static_cast<int>(hashMove >> kExtensionShift);
-        if (extension == 0) extension = recaptureExtension(pos, m, depth);
-        playMove(t, m);
-        const int s = -search(t, ply + 1, depth - 1 + extension, -beta, -alpha, flags ^ kSwapExpectation);
-        takeBack(pos, m, saved);
-        if (t.stopped()) return stopScore();
-        if (s >= beta) {
-            if (!inCheck && isQuiet(m)) updateKillers(t, ply, m);
-            setSinglePv(t, ply, m);
-            lowerBound(pos, ply, depth, s, m, staticEval);
-            ++t.stats.cutNodes;
-            ++t.stats.firstMoveCuts;
-            return s;
-        }
-        raiseBest(t, ply, m, m, s, best, bestMove, alpha);
-    }
-
-    // Generation and ordering; a single evasion extends every move of the node.
-    Move moves[kMaxMoves];
-    Move* end = inCheck ? generateEvasions(pos, moves) : generateAll(pos, moves);
-    if (end == moves) {
-        ++t.stats.mates;
-        return inCheck ? ply - kMateScore : 0;
-    }
-    const int singleReply = (inCheck && end - moves == 1) ? 1 : 0;
-    Move* lateStart = end;
-    if (inCheck)
-        orderEvasions(pos, moves, end, hashMove);
-    else
-        lateStart = orderMoves(t, ply, moves, end, threat, hashMove);
-
-    // Tactical marks, when the node is behind.
-    const bool marking = staticEval <= alpha;
-    TacticalContext tactics{};
-    if (marking) tactics = tacticalContext(pos, alpha - staticEval);
-
-    // Futility value.
-    int futility = kInfinity;
-    if (!inCheck && depth <= kFutilityDepth) {
-        const bool heavy = (own.pieces[ROOK] | own.pieces[QUEEN]) &&
-                           (pos.side[them].pieces[ROOK] | pos.side[them].pieces[QUEEN]);
-        if (heavy) futility = staticEval + kFutilityMargin[depth];
-    }
-
-    // The move loop.
-    Move cutMove = 0;
-    int cutScore = 0;
-    for (Move* it = moves; it != end; ++it) {
-        const Move m = *it;
-        if (hashMove && sameMove(m, hashMove)) continue;
-        const bool killer = sameMove(m, t.killers[ply][0]) || sameMove(m, t.killers[ply][1]);
-        t.stats.killerTries += killer;
-        // Once a move is found, the rest of a non-PV node are expected all-nodes.
-        if (!pvNode && bestMove) flags = (flags & ~7u) + NODE_ALL;
-        // Futility pruning of late quiet moves.
-        const bool late = it >= lateStart;
-        const bool tactical = marking && isTactical(pos, tactics, m);
-        if (late && futility < alpha && isQuiet(m) && !(tactical && see(pos, m) >= 0)) {
-            ++t.stats.pruned;
-            if (futility > best) {
-                best = futility;
-                bestMove = m;
-            }
-            continue;
-        }
-        // Make the move with its extension.
-        int extension = singleReply;
-        if (!singleReply) extension = recaptureExtension(pos, m, depth);
-        const int newDepth = depth - 1 + extension;
-        playMove(t, m);
-        int s;
-        bool searched = false;
-        // Late-move reduction.
-        if (late && reductionsOn) {
-            const int r = tactical ? kTacticalReduction : kReduction;
-            ++t.stats.reduceTries;
-            s = -search(t, ply + 1, newDepth - r, -alpha - 1, -alpha, REDUCED_CHILD | NULL_ALLOWED | NODE_CUT);
-            if (t.stopped()) {
-                takeBack(pos, m, saved);
-                return stopScore();
-            }
-            // The reduced search stands when it fails low, unless a tactical move was refuted
-            // by a quiet reply: that one is searched again at full depth.
-            const Move reply = t.pv[ply + 1][0];
-            const bool quietRefutation = tactical && reply && !capturedCode(reply);
-            if (!quietRefutation && s <= alpha) {
-                takeBack(pos, m, saved);
-                if (s > best) {
-                    best = s;
-                    bestMove = m;
-                }
-                continue;
-            }
-            ++t.stats.reduceFails;
-        }
-        // Full depth.
-        if (pvNode) {
-            if (bestMove) {
-                s = -search(t, ply + 1, newDepth, -alpha - 1, -alpha, NULL_ALLOWED | NODE_CUT);
-                searched = t.stopped() || s <= alpha;
-            }
-            if (!searched) s = -search(t, ply + 1, newDepth, -beta, -alpha, NODE_PV);
-        } else {
-            s = -search(t, ply + 1, newDepth, -beta, -alpha, (flags ^ kSwapExpectation) | NULL_ALLOWED);
-        }
-        // Unmake.
-        takeBack(pos, m, saved);
-        if (t.stopped()) return stopScore();
-        // A better move.
-        if (s > best) {
-            const Move candidate = m | (static_cast<Move>(singleReply) << kExtensionShift);
-            if (s >= beta) {
-                cutMove = candidate;
-                cutScore = s;
-                t.stats.killerCuts += killer;
-                t.stats.firstMoveCuts += !hashMove && it == moves;
-                break;
-            }
-            t.stats.pvNodes += s > alpha;
-            raiseBest(t, ply, m, candidate, s, best, bestMove, alpha);
-        }
-    }
-
-    // Cut-off.
-    if (cutMove) {
-        if (!inCheck && isQuiet(cutMove)) updateKillers(t, ply, cutMove);
-        setSinglePv(t, ply, cutMove & kIdentityMask);
-        lowerBound(pos, ply, depth, cutScore, cutMove, staticEval);
-        ++t.stats.cutNodes;
-        return cutScore;
-    }
-
-    // All-node or PV node.
-    storeBounded(pos, ply, depth, alphaOrig, best, bestMove, staticEval);
-    if (alphaOrig >= best) {
-        ++t.stats.allNodes;
-    } else {
-        ++t.stats.pvNodes;
-        const Move first = hashMove ? hashMove : moves[0];
-        t.stats.firstMovePv += sameMove(bestMove, first);
-    }
-    return best;
-}
-
-namespace {
-
-// A side with only king and pawns, its king boxed in and no pawn able to move: stalemate.
-bool staleMated(const Position& pos) {
-    const int us = static_cast<int>(pos.sideToMove);
-    const SideBlock& s = pos.side[us];
-    if (s.material & kPieceFields) return false;
-    if (kingAttacks[s.kingSquare] & ~pos.state.enemyAttacks) return false;
-    const Bitboard pawns = s.pieces[PAWN] & ~pos.state.kingBlockers[us];
-    const Bitboard enemy = pos.side[us ^ 1].pieces[0];
-    if (us == WHITE)
-        return !((pawns << 8) & ~pos.occupied) && !(pawnAttackSet<WHITE>(pawns) & enemy);
-    return !((pawns >> 8) & ~pos.occupied) && !(pawnAttackSet<BLACK>(pawns) & enemy);
-}
-
-// Deletes a move by overwriting it with the last one.
-void dropMove(Move* list, Move*& end, int* scores, int i) {
-    --end;
-    list[i] = *end;
-    if (scores) scores[i] = scores[end - list];
-}
-
-}  // namespace
-
-int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint32_t flags) {
-    Position& pos = t.pos;
-    // Stopped; count the node.
-    if (t.stopped()) return stopScore();
-    ++t.stats.qnodes;
-    t.pv[ply][0] = 0;
-    // Draws.
-    if (drawnByRules(t, ply, beta)) return 0;
-    // Mate-distance pruning.
-    if (alpha > kMateThreshold && alpha >= kMateScore - 1 - ply) return alpha;
-
-    // Transposition table at depth checkDepth - 2.
-    const bool pvNode = flags & NODE_PV;
-    TtEntry entry;
-    int staticEval;
-    Move hashMove = 0;
-    if (!tt.probe(pos, entry)) {
-        staticEval = evaluate(*t.eval);
-    } else {
-        if (!pvNode) {
-            const int score = scoreFromTt(entry.score, ply);
-            if (tableCuts(entry, score, checkDepth - 2, alpha, beta)) {
-                setSinglePv(t, ply, entry.move);
-                return score;
-            }
-        }
-        staticEval = entry.staticEval;
-        hashMove = entry.move & kIdentityMask;
-    }
-    // Too deep.
-    if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return staticEval;
-
-    const int us = static_cast<int>(pos.sideToMove), them = us ^ 1;
-    const bool inCheck = (pos.state.enemyAttacks & squareBit[pos.side[us].kingSquare]) != 0;
-    const int alphaOrig = alpha;
-    int best = -kInfinity;
-    Move bestMove = 0;
-    bool checksAllowed = false;
-    int margin = 0;
-    Move moves[kMaxMoves];
-    Move* end = moves;
-
-    if (inCheck) {
-        // Evasions.
-        end = generateEvasions(pos, moves);
-        if (end == moves) {
-            ++t.stats.mates;
-            return ply - kMateScore;
-        }
-        const int evasions = static_cast<int>(end - moves);
-        if (!pvNode) {
-            const int threatened = threatScore(pos, them);
-            if (!mateThreatMove(pos, them) && alpha > staticEval + threatened + kQuiesceMargin) {
-                bool dropped = false;
-                for (int i = 0; i < end - moves;) {
-                    if (!capturedCode(moves[i]) && !sameMove(moves[i], hashMove)) {
-                        dropMove(moves, end, nullptr, i);
-                        dropped = true;
-                    } else {
-                        ++i;
-                    }
-                }
-                if (dropped) best = staticEval + threatened;
-            }
-        }
-        orderEvasions(pos, moves, end, hashMove);
-        const Move extension = static_cast<Move>(evasions == 1 ? 2 : 1) << kExtensionShift;
-        for (Move* it = moves; it != end; ++it) *it = (*it & kIdentityMask) | extension;
-        if (checkDepth < 2) {
-            if (evasions == 1)
-                checkDepth = 1;
-            else if (evasions >= 3)
-                checkDepth = 0;
-        }
-    } else {
-        // Stalemate shortcut.
-        if (staleMated(pos)) return 0;
-        // Captures must win at least this many pawns to matter.
-        const SideBlock& own = pos.side[us];
-        if (pos.side[them].material > 0x1FFFFFFF && (own.pieces[ROOK] | own.pieces[QUEEN])) {
-            const int d = (alpha - staticEval) / 100;
-            margin = d < 0 ? 0 : d < 4 ? d : d - 2;
-        }
-        // Threats against us; serious ones are searched full width.
-        int threatened = 0;
-        Move mateThreat = 0;
-        if (staticEval > alpha) {
-            threatened = threatScore(pos, us);
-            mateThreat = mateThreatMove(pos, us);
-        }
-        checksAllowed = checkDepth != 0;
-        if (checkDepth != 0 && (mateThreat || (threatened && alpha >= staticEval - threatened))) {
-            end = generateMoves(pos, moves);
-            if (end == moves) return 0;
-            orderMoves(t, ply, moves, end, 0, hashMove);
-            best = -kInfinity;
-            checkDepth /= 2;
-            checksAllowed = false;
-        } else {
-            // Stand pat.
-            int standPat;
-            if (pvNode && (ply & 1)) {
-                standPat = staticEval;
-            } else if (mateThreat) {
-                standPat = kHopelessStandPat;
-                margin = 0;
-            } else {
-                standPat = staticEval - threatened;
-            }
-            if (standPat >= beta) return standPat;
-            // Best so far.
-            bool generate = true;
-            if (margin) {
-                const int behind = standPat - alpha + 1000;
-                best = alpha - 150 + (behind < 0 ? behind : 0);
-                if (margin > kMarginCutoff) generate = false;
-            } else {
-                best = standPat;
-                if (standPat > alpha) alpha = standPat;
-            }
-            // Captures worth the margin, losing ones dropped.
-            if (generate) {
-                end = generateCaptures(pos, moves, margin);
-                int scores[kMaxMoves];
-                bool hashFound = false;
-                for (int i = 0; i < end - moves;) {
-                    const Move m = moves[i];
-                    const int victim = kOrderValue[typeOf(capturedCode(m))];
-                    const int mover = kOrderValue[typeOf(pos.board[fromSquare(m)])];
-                    if (hashMove && sameMove(m, hashMove)) {
-                        scores[i++] = kQuiesceHashScore;
-                        hashFound = true;
-                        continue;
-                    }
-                    const int s = victim > mover ? victim : see(pos, m);
-                    if (s < 0) {
-                        dropMove(moves, end, scores, i);
-                        continue;
-                    }
-                    int score = victim * 16;
-                    if (promotionType(m)) score += kPromotionOrderBonus;
-                    if (pos.state.enemyAttacks & squareBit[fromSquare(m)]) score += mover;
-                    if (pos.state.enemyAttacks & squareBit[toSquare(m)]) score -= mover;
-                    scores[i++] = score;
-                }
-                if (hashMove && !hashFound) {
-                    scores[end - moves] = kQuiesceLateHashScore;
-                    *end++ = hashMove;
-                }
-                const int count = static_cast<int>(end - moves);
-                selectBest(moves, scores, count, count);
-            }
-            checkDepth /= 2;
-        }
-    }
-
-    // Mated next move whatever we do.
-    if (beta < -kMateThreshold && beta <= ply - (kMateScore - 2)) return beta;
-
-    // A mate we threaten (not after a king step that answered our last mate threat).
-    if (!inCheck) {
-        const Move last = pos.moveHistory[pos.ply];
-        const bool skip = !(flags & FROM_SEARCH) && last && !capturedCode(last) &&
-                          typeOf(pos.board[toSquare(last)]) == KING;
-        const Move mate = skip ? 0 : mateThreatMove(pos, them);
-        if (mate) {
-            ++t.stats.mateThreats;
-            if (!pvNode && beta < kMateThreatBeta) {
-                setSinglePv(t, ply, mate);
-                lowerBound(pos, ply, checkDepth - 2, kMateThreatScore, mate, staticEval);
-                return kMateThreatScore;
-            }
-            const UndoState saved = pos.state;
-            playMove(t, mate);
-            const int s = -quiesce(t, ply + 1, 0, -beta, -alpha, NODE_PV);
-            takeBack(pos, mate, saved);
-            if (t.stopped()) return stopScore();
-            if (s >= beta) {
-                setSinglePv(t, ply, mate);
-                lowerBound(pos, ply, checkDepth - 2, s, mate, staticEval);
-                return s;
-            }
-            if (s > best) raiseBest(t, ply, mate, mate, s, best, bestMove, alpha);
-        }
-    }
-
-    // The move loop, then once more over the quiet checks. Checks are generated only
-    // while the halved allowance is left, so they come at the first quiescence ply alone.
-    const UndoState saved = pos.state;
-    bool checksDone = !checksAllowed || inCheck || checkDepth == 0;
-    for (;;) {
-        for (Move* it = moves; it != end; ++it) {
-            if (t.stopped()) return stopScore();
-            const Move m = *it;
-            playMove(t, m);
-            int s = 0;
-            bool done = false;
-            if (pvNode) {
-                if (bestMove) {
-                    s = -quiesce(t, ply + 1, checkDepth, -alpha - 1, -alpha, (flags & FROM_SEARCH) + NODE_CUT);
-                    done = t.stopped() || s <= alpha;
-                }
-                if (!done) s = -quiesce(t, ply + 1, checkDepth, -beta, -alpha, (flags & FROM_SEARCH) | NODE_PV);
-            } else {
-                s = -quiesce(t, ply + 1, checkDepth, -beta, -alpha, flags ^ kSwapExpectation);
-            }
-            takeBack(pos, m, saved);
-            if (t.stopped()) return stopScore();
-            if (s > best) {
-                if (s >= beta) {
-                    setSinglePv(t, ply, m);
-                    lowerBound(pos, ply, checkDepth - 2, s, m, staticEval);
-                    return s;
-                }
-                raiseBest(t, ply, m, m, s, best, bestMove, alpha);
-            }
-        }
-        if (checksDone) break;
-        checksDone = true;
-        end = generateQuietChecks(pos, moves, margin);
-        t.stats.quietChecks += static_cast<uint64_t>(end - moves);
-    }
-
-    // Store.
-    storeBounded(pos, ply, checkDepth - 2, alphaOrig, best, bestMove, staticEval);
-    return best;
+    if (hashMoveEnds(t, n, saved, result)) return result;
+    return moveLoop(t, n, saved);
 }
 
 }  // namespace quarn

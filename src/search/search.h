@@ -3,14 +3,10 @@
 
 #include <cstdint>
 
+#include "search/score.h"
 #include "search/searchthread.h"
 
 namespace quarn {
-
-constexpr int kInfinity = 30000;
-constexpr int kMateScore = 30000;
-// Scores beyond this are mate scores for the table and the reports.
-constexpr int kMateThreshold = 3000;
 
 // Flags passed down with every call.
 enum SearchFlags : uint32_t {

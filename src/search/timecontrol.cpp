@@ -17,18 +17,23 @@ namespace {
 // Time assumed left when the clock has already run out (or the reserve eats it all): enough
 // to return some move.
 constexpr int kPanicMs = 100;
-// Sudden death: plan as if this many moves remained.
+// Sudden death: plan as if this many moves remained. Games rarely last that much longer from
+// any point, so the clock is spent a little early rather than left unused; and since each
+// move takes a share of what is left, the clock itself never runs out.
 constexpr int kSuddenDeathMoves = 44;
 // Moves to go are padded so that the last moves before the control keep a margin.
 constexpr int kMovesToGoPadding = 4;
 // The first move out of book gets twice the time: the book's positions may be unfamiliar.
 constexpr int kOutOfBookSpan = 2;
+// With pondering the opponent's thinking time is partly ours (a ponderhit saves the move's
+// time), so every budget may run 30% longer for the same clock use.
 constexpr float kPonderBonus = 1.3f;
 // Node budgets outside this range are worth reporting: the caller probably gave odd limits.
 constexpr int64_t kFewNodes = 11;
 constexpr int64_t kManyNodes = 100000;
 // Score falls that make the first move suspect: a large one anywhere, a smaller one near 0
 // where a little is a lot.
+// The iterations below kDropDepth are too shallow for their scores to be compared.
 constexpr int kSharpDrop = 50;
 constexpr int kSmallDrop = 10;
 constexpr int kNearEqual = 99;
@@ -52,6 +57,28 @@ void changePhase(TimeControl& tc, bool due, int to) {
 }
 
 }  // namespace
+
+void TimeControl::apply(const SearchLimits& limits) {
+    reset();
+    infinite = limits.infinite;
+    setNodeLimit(limits.nodes);
+    reserveMs = 0;
+    depthLimit = limits.depth;
+    if (limits.outOfBookMoves >= 0) outOfBookMoves = limits.outOfBookMoves;
+    if (limits.moveTimeMs >= 0) {
+        setMoveTime(static_cast<uint32_t>(limits.moveTimeMs));
+    } else if (limits.clockMs >= 0) {
+        reserveMs = limits.reserveMs;
+        setClock(limits.movesToGo, limits.clockMs, limits.incrementMs);
+    } else {
+        setMoveTime(kNoTimeLimit);
+        if (limits.movesToGo > 0 && limits.nodes) {
+            movesToGo = limits.movesToGo;
+            setNodeBudget();
+        }
+    }
+    selectPhase(kPhaseNormal);  // the new budgets in force
+}
 
 void TimeControl::reset() {
     selectPhase(kPhaseNormal);
@@ -79,7 +106,9 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
     timeLeftMs = timeLeftNow;
     incrementMs = incrementNow;
 
-    // 64-bit arithmetic: a GUI may send any 32-bit clock or increment.
+    // 64-bit arithmetic: a GUI may send any 32-bit clock or increment. A clock below the
+    // reserve still gets a small budget: some move must be played, and a quick one loses less
+    // than none.
     int64_t available = static_cast<int64_t>(timeLeftMs) - reserveMs;
     if (available < 0) available = kPanicMs;
     const int64_t divisor =
@@ -95,7 +124,7 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
     }
     if (canPonder) base = static_cast<int64_t>(static_cast<float>(base) * kPonderBonus);
 
-    // No phase may spend more than the clock holds, however far the score falls.
+    // The extra of phases 3 and 4 is taken from later moves. No phase may spend more than the clock holds, however far the score falls.
     for (int i = 0; i < kPhases; ++i) {
         factor[i] = kPhaseFactors[i];
         timeLimitMs[i] = static_cast<uint32_t>(phaseShare(factor[i], base, 0, available));
@@ -119,6 +148,8 @@ void TimeControl::setNodeBudget() {
     selectPhase(kPhaseNormal);
 }
 
+// An iteration finished: whatever phase a fail-low or a new best move asked for has served
+// its purpose, and the next iteration starts from the normal budget again.
 void TimeControl::noteIterationScore(int score) {
     if (phase != kPhaseNormal) selectPhase(kPhaseNormal);
     prevScore = lastScore;
@@ -135,6 +166,9 @@ void TimeControl::newBestMoveDone() { changePhase(*this, phase == kPhaseNewBest,
 
 void TimeControl::failLowResolved() { changePhase(*this, phase == kPhaseFailLow, kPhaseNormal); }
 
+// The first root move's score fell from the last iteration: the position may be worse than
+// it looked, and the extra time goes to finding the way out. Near equality a tenth of a pawn
+// already counts, since it may turn a drawn game into a lost one.
 void TimeControl::checkScoreDrop(int score) {
     if (phase == kPhaseFailLow || depthDone < kDropDepth) return;
     const bool nearEqual = std::abs(lastScore) <= kNearEqual || std::abs(score) <= kNearEqual;
@@ -163,6 +197,8 @@ bool TimeControl::ponderHit(int rootMoveCount, int iterationDepth) {
     return false;
 }
 
+// Polled every 256 nodes. The budget compares unsigned, so limitMs -1 (infinite) never ends a
+// search; the clock difference is taken modulo 2^32, so its wrap is harmless.
 bool TimeControl::outOfBudget(uint64_t nodes) const {
     if (nodeLimitNow != 0 && nodes >= static_cast<uint64_t>(nodeLimitNow)) return true;
     return clockMs() - startMs > static_cast<uint32_t>(limitMs);

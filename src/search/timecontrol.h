@@ -12,10 +12,33 @@ constexpr int kPhaseNormal = 2;
 constexpr int kPhaseNewBest = 3;
 constexpr int kPhaseFailLow = 4;
 
+// Each phase's share of the base budget (the clock over the moves left). An iteration needs
+// about as long again as all before it, so one that starts after 0.6 of the base would most
+// likely be cut off unfinished and wasted: that is phase 1. A normal move may run to twice the
+// base, since most moves stop at phase 1 and the average stays near the base; a new best
+// move gets 3 times to be confirmed, and a failing first move 8 times, because playing a
+// move the search has just seen fail costs more than a slower move. Phase 0 is a tenth.
 inline constexpr float kPhaseFactors[kPhases] = {0.1f, 0.6f, 2.0f, 3.0f, 8.0f};
 
 // The move time of a search that was given no limit (a console search): about five seconds.
 constexpr uint32_t kDefaultMoveTimeMs = 5000;
+
+// A fixed move time that never runs out (limitMs -1 compared unsigned).
+constexpr uint32_t kNoTimeLimit = 0xFFFFFFFFu;
+
+// What one search may spend, as its caller (the go command, the console, bench) sees it.
+// TimeControl::apply turns it into budgets; nothing else sets them.
+struct SearchLimits {
+    int depth = 0;               // 0: none
+    int64_t nodes = 0;           // 0: none
+    int64_t moveTimeMs = -1;     // a fixed time for the move, over any clock; -1: none
+    int clockMs = -1;            // the clock of the side to move; -1: none
+    int incrementMs = 0;
+    int movesToGo = 0;           // 0 or less: sudden death
+    int reserveMs = 0;           // kept back from the clock
+    int outOfBookMoves = -1;     // own moves since the book (1 = the first); -1: as before
+    bool infinite = false;       // go infinite or ponder: no time limit until ponderhit
+};
 
 // Shared without a lock: the go command and ponderhit write it from the input thread, the
 // master search thread changes phases, every search thread reads the budget in force.
@@ -49,6 +72,14 @@ public:
         phase = kPhaseNormal;
         limitMs = static_cast<int32_t>(timeLimitMs[kPhaseNormal]);
     }
+
+    // The budgets of `limits`, in this order: phase 2 and the clock restarted; the infinite
+    // flag, the node limit and the depth limit; then a fixed move time, or the budgets spread
+    // over the clock, or with moves to go the node limit spread over them, or no time limit;
+    // last, the normal phase's budgets in force.
+    void apply(const SearchLimits& limits);
+    // The budget of the normal phase, the one a search is planned with.
+    uint32_t normalBudgetMs() const { return timeLimitMs[kPhaseNormal]; }
 
     // Phase 2, the clock restarted, no iteration yet.
     void reset();

@@ -7,6 +7,7 @@
 #include "board/move.h"
 #include "board/movegen.h"
 #include "board/position.h"
+#include "search/score.h"
 
 namespace quarn {
 
@@ -32,20 +33,6 @@ struct TtEntry {
 };
 static_assert(sizeof(TtEntry) == 16, "four entries must fill one cache line");
 
-// Every score beyond this is taken as distance-dependent (mate scores lie near 30000, so the
-// band is deliberately wide).
-constexpr int kMateBand = 3000;
-
-// A score as stored at a node `ply` plies from the root: mate scores become relative to the node.
-constexpr int scoreToTt(int score, int ply) {
-    return score > kMateBand ? score + ply : score < -kMateBand ? score - ply : score;
-}
-
-// The reverse of scoreToTt, for an entry read at a node `ply` plies from the root.
-constexpr int scoreFromTt(int score, int ply) {
-    return score > kMateBand ? score - ply : score < -kMateBand ? score + ply : score;
-}
-
 constexpr uint32_t ttCheck(uint64_t key) {
     return static_cast<uint32_t>(key >> 32) ^ static_cast<uint32_t>(key);
 }
@@ -68,6 +55,10 @@ public:
     uint32_t resize(uint32_t kilobytes);
     // Zeroes every entry and sets generation 1. No search may run meanwhile.
     void clear();
+    // Has the kernel map every page of the table now. A resized table gets its zero pages only
+    // as they are first touched, which a search would otherwise pay for by the thousand in its
+    // first seconds; start-up leaves them to the first search, where a 32 MB table costs little.
+    void prefault();
     // Frees the table; the object can be resized again later. For tables other than the
     // global one, which lives until exit.
     void release();
@@ -114,6 +105,8 @@ private:
         return e.depth - (e.generation != generation_ ? kOldPenalty : 0);
     }
 
+    // Larger than any depth, so that every entry of an earlier search ranks below every
+    // current one: old entries are mostly for positions the game has left behind.
     static constexpr int kOldPenalty = 8192;
 
     TtEntry* entries_ = nullptr;  // aligned to kAlignment inside rawBlock_
@@ -144,7 +137,9 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
         TtEntry& e = entries_[home ^ i];
         if (e.check != entry.check) continue;
         // Same position. A shallower result does not overwrite a deeper one unless it is a
-        // tighter bound: a higher lower bound or a lower upper bound.
+        // tighter bound: a higher lower bound or a lower upper bound. A deeper result always
+        // wins, and so does an equal one: it was found with the newer window. A stored move is
+        // kept when the new result has none, since it is still the best guess for ordering.
         if (entry.depth < e.depth) {
             if (e.bound == BOUND_EXACT) return;
             if (e.bound == BOUND_LOWER && entry.score <= e.score) return;
@@ -156,8 +151,10 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
         return;
     }
 
-    // A new position: the shallowest way goes, entries of earlier searches first. The home way's
-    // value is capped so that a huge depth cannot make it unbeatable; ties keep the earlier way.
+    // A new position: the shallowest way goes, entries of earlier searches first. Shallow
+    // entries are the cheapest to find again, while a deep one saves a whole subtree. The home
+    // way's value is capped so that a huge depth cannot make it unbeatable; ties keep the
+    // earlier way, the home way first, which is the one a later probe reads first.
     uint32_t victim = home;
     int lowest = keepValue(entries_[home]);
     if (lowest > kOldPenalty) lowest = kOldPenalty;

@@ -10,13 +10,13 @@
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/clock.h"
+#include "shell/searchlines.h"
 
 namespace quarn {
 
 namespace {
 
 constexpr uint32_t kBenchHashKb = 16384;
-constexpr uint32_t kNoTimeLimit = 0xFFFFFFFFu;
 
 // Openings, middlegames with tactics and endgames: standard test positions, positions from
 // public-domain games and problems, and a few composed here.
@@ -72,10 +72,9 @@ unsigned long long benchNodes(int depth, double* seconds) {
     for (const char* fen : kBenchPositions) {
         if (!setFen(pos, fen)) continue;
         tt.clear();
-        timeControl.infinite = 0;
-        timeControl.depthLimit = depth;
-        timeControl.setNodeLimit(0);
-        timeControl.setMoveTime(kNoTimeLimit);
+        SearchLimits limits;
+        limits.depth = depth;
+        timeControl.apply(limits);
         startSearch(pos, nullptr);
         waitIdle();
         nodes += pool.threads[0]->stats.total();

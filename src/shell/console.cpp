@@ -1,5 +1,6 @@
 #include "shell/console.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include "board/movetext.h"
 #include "board/perft.h"
 #include "search/pool.h"
+#include "search/score.h"
 #include "search/searchthread.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
@@ -21,6 +23,68 @@ namespace quarn {
 namespace {
 
 Position game;
+
+constexpr char kHelp[] =
+    "commands (the UCI protocol's commands work here too):\n"
+    "  fen <FEN>      set the position (the fields after the placement may be left out)\n"
+    "  <placement>    the same from a FEN placement alone, e.g. 8/8/8/8/8/8/8/K6k\n"
+    "  <move>         play a move: e4, Nf3, e2e4, exd5, O-O, e7e8=Q\n"
+    "  %              pass: a null move for the side to move\n"
+    "  m              list the legal moves with their exchange values in pawns\n"
+    "  perft <n>      count the leaf nodes n plies deep, with the time taken\n"
+    "  divide <n>     the perft count of every move, and the total\n"
+    "  g [tt]         search the position (tt: keep the table); Ctrl-C stops the search\n"
+    "  md <n>         depth limit of g (0: none); md alone shows it\n"
+    "  mn <n>         node limit of g (0: none)\n"
+    "  mt <s>         time limit of g in seconds\n"
+    "  help           this list\n"
+    "  quit           leave (end of input does too)\n"
+    "  (empty line)   print the board\n";
+
+// The longest time limit `mt` takes, in seconds: the limit is kept in 32-bit milliseconds.
+constexpr long kLongestSeconds = std::numeric_limits<int32_t>::max() / 1000;
+
+// What "g" found: the move and its score, or why there is none. Printed on the search thread
+// when the search ends, before the statistics.
+class ConsoleResult : public SearchReporter {
+public:
+    void reportCurrentMove(uint32_t, uint32_t, Move) override {}
+    void reportPv(uint32_t, int, Move) override {}
+    void reportFinished(uint32_t, int score, Move best) override {
+        if (!best) {
+            std::puts(inCheck(game) ? "no move: checkmate" : "no move: stalemate");
+            return;
+        }
+        char move[kMoveTextSize];
+        writeMoveLong(game, move, best);
+        if (score >= kMateFound)
+            std::printf("best move %s, mate in %i\n", move, movesToMate(score));
+        else if (score <= -kMateFound)
+            std::printf("best move %s, mated in %i\n", move, movesToBeMated(score));
+        else
+            std::printf("best move %s, score %i\n", move, score);
+    }
+};
+
+ConsoleResult consoleResult;
+
+// The limits of "g", set by md, mn and mt: about five seconds a search at start.
+SearchLimits consoleLimits = [] {
+    SearchLimits limits;
+    limits.moveTimeMs = kDefaultMoveTimeMs;
+    return limits;
+}();
+
+// Ctrl-C stops a search started at the console as "stop" would; at any other time it ends the
+// engine as it always has. Only atomic loads and stores here.
+void onInterrupt(int) {
+    if (pool.running.load() && pool.interruptible.load()) {
+        interruptSearch();
+        return;
+    }
+    std::signal(SIGINT, SIG_DFL);
+    std::raise(SIGINT);
+}
 
 // Characters of typed move text and of typed FEN placement.
 constexpr char kMoveChars[] = "NBRQKabcdefgh12345678x-=+oO";
@@ -116,6 +180,14 @@ void playMoveText(const char* word) {
 
 Position& gamePosition() { return game; }
 
+void installInterruptHandler() {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    action.sa_flags = SA_RESTART;  // reading the next line goes on after a stopped search
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+}
+
 LineOutcome consoleCommand(char* input, size_t length) {
     // The word is everything before the terminator strtok wrote, leading blanks included.
     const char* word = input;
@@ -129,7 +201,9 @@ LineOutcome consoleCommand(char* input, size_t length) {
     } else if (!std::strcmp(word, "g")) {
         const char* next = hadBlank ? std::strtok(nullptr, " ") : nullptr;
         if (!next || std::strcmp(next, "tt") != 0) tt.clear();
-        startSearch(game, nullptr);
+        pool.interruptible.store(true);
+        timeControl.apply(consoleLimits);
+        startSearch(game, &consoleResult);
         waitIdle();
     } else if (!std::strcmp(word, "%")) {
         // Passing in check would leave the king to be taken.
@@ -140,6 +214,8 @@ LineOutcome consoleCommand(char* input, size_t length) {
             makeRoom(game);
             makeNullMove(game);
         }
+    } else if (!std::strcmp(word, "help")) {
+        std::fputs(kHelp, stdout);
     } else if (!std::strcmp(word, "quit")) {
         return LineOutcome::QUIT;
     } else if (!std::strcmp(word, "divide")) {
@@ -151,15 +227,20 @@ LineOutcome consoleCommand(char* input, size_t length) {
     } else if (!std::strcmp(word, "m")) {
         listMoves(game);
     } else if (!std::strcmp(word, "md")) {
-        if (const char* arg = nextArgument(hadBlank)) timeControl.depthLimit = static_cast<int>(std::strtol(arg, nullptr, 10));
-        std::printf("maxdepth=%i\n", timeControl.depthLimit);
+        if (const char* arg = nextArgument(hadBlank)) consoleLimits.depth = static_cast<int>(std::strtol(arg, nullptr, 10));
+        std::printf("maxdepth=%i\n", consoleLimits.depth);
     } else if (!std::strcmp(word, "mn")) {
-        if (const char* arg = nextArgument(hadBlank)) timeControl.setNodeLimit(std::strtol(arg, nullptr, 10));
-        std::printf("maxnodes=%i\n", static_cast<int>(static_cast<uint32_t>(timeControl.nodeLimitNow)));
+        if (const char* arg = nextArgument(hadBlank)) consoleLimits.nodes = std::strtol(arg, nullptr, 10);
+        std::printf("maxnodes=%i\n", static_cast<int>(static_cast<uint32_t>(consoleLimits.nodes)));
     } else if (!std::strcmp(word, "mt")) {
-        if (const char* arg = nextArgument(hadBlank))
-            timeControl.setMoveTime(static_cast<uint32_t>(std::strtol(arg, nullptr, 10)) * 1000u);
-        std::printf("maxtime=%3.2fs\n", timeControl.timeLimitMs[2] / 1000.0);
+        if (const char* arg = nextArgument(hadBlank)) {
+            const long seconds = std::strtol(arg, nullptr, 10);
+            if (seconds < 0 || seconds > kLongestSeconds)
+                std::fprintf(stderr, "console: time %s out of range\n", arg);
+            else
+                consoleLimits.moveTimeMs = static_cast<int64_t>(seconds) * 1000;
+        }
+        std::printf("maxtime=%3.2fs\n", static_cast<double>(consoleLimits.moveTimeMs) / 1000.0);
     } else if (looksLikeMoveText(input, length, cut)) {
         playMoveText(word);
     } else if (looksLikeFen(word)) {

@@ -10,6 +10,9 @@ namespace quarn {
 // The game position shared by the console and the protocol layer.
 Position& gamePosition();
 
+// From now on Ctrl-C stops a search started at the console instead of ending the engine.
+void installInterruptHandler();
+
 enum class LineOutcome { CONTINUE, QUIT };
 
 // Handles one input line (line end already removed); the text may be modified.

@@ -18,6 +18,7 @@
 #include "shell/console.h"
 #include "shell/lineinput.h"
 #include "shell/log.h"
+#include "shell/searchlines.h"
 #include "shell/version.h"
 #include "uci/uci.h"
 
@@ -37,7 +38,9 @@ void unbufferStreams() {
 }
 
 constexpr char kUsage[] =
-    "usage: quarn [--logdir DIR]     the engine: UCI and console on standard input\n"
+    "usage: quarn [--logdir DIR] [--lowercase-promotions]\n"
+    "                                the engine: UCI and console on standard input;\n"
+    "                                --lowercase-promotions sends e7e8q, not e7e8Q, to the GUI\n"
     "       quarn bench [depth]      search the built-in positions, print nodes and speed\n"
     "       quarn eval \"<FEN>\"       print every evaluation term of a position\n"
     "       quarn --help | --version\n";
@@ -47,6 +50,8 @@ bool readOptions(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--logdir") && i + 1 < argc) {
             quarn::setLogDirectory(argv[++i]);
+        } else if (!std::strcmp(argv[i], "--lowercase-promotions")) {
+            quarn::setLowercasePromotions(true);
         } else {
             std::fprintf(stderr, "quarn: unknown option '%s'\n%s", argv[i], kUsage);
             return false;
@@ -115,8 +120,10 @@ int main(int argc, char** argv) {
     setFen(gamePosition(), kStartFen);
     std::puts("starting threads...");
     initThreads();
+    setSearchLines(consoleSearchLines());  // until a GUI says "uci"
     waitIdle();
     std::puts("\ninitialized");
+    installInterruptHandler();
     initHistory();
     initUci(&gamePosition());
 

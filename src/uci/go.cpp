@@ -11,7 +11,6 @@ namespace quarn {
 
 namespace {
 
-constexpr uint32_t kNoTimeLimit = 0xFFFFFFFFu;  // limitMs -1: never expires
 constexpr int kReserveShare = 8;
 constexpr int kStopLatencyMs = 30;
 
@@ -73,24 +72,22 @@ void Uci::onGo() {
         exchangeStatus(next);
     }
     // 5. Limits.
-    timeControl.reset();
-    timeControl.infinite = p.infinite;
-    timeControl.setNodeLimit(p.nodes);
-    timeControl.reserveMs = 0;
-    timeControl.depthLimit = p.depth;
-    // No time limit unless the parameters give one.
-    timeControl.setMoveTime(kNoTimeLimit);
+    SearchLimits limits;
+    limits.infinite = p.infinite;
+    limits.nodes = p.nodes;
+    limits.depth = p.depth;
+    limits.movesToGo = p.movestogo;
     // 6. Moves since the book.
     const int recorded = static_cast<int>(outOfBookPly_), ply = static_cast<int>(position_->ply);
     if (recorded - 1 <= ply) {
-        timeControl.outOfBookMoves = (ply - recorded + 1) / 2 + 1;
-        logMessage("out of book=%i\n", timeControl.outOfBookMoves);
+        limits.outOfBookMoves = (ply - recorded + 1) / 2 + 1;
+        logMessage("out of book=%i\n", limits.outOfBookMoves);
     }
     // 7. Time: a fixed move time wins over the clocks.
     bool timed = false;
     if (p.movetime >= 0) {
         logMessage("got hard moves/millis=%i/%i\n", p.movestogo, p.movetime);
-        timeControl.setMoveTime(static_cast<uint32_t>(p.movetime));
+        limits.moveTimeMs = p.movetime;
         timed = true;
     } else {
         const bool white = position_->sideToMove == WHITE;
@@ -101,23 +98,23 @@ void Uci::onGo() {
             // plus the time a stop takes to land: a 3 s reserve on a 2 s clock would leave every
             // move a fixed 100 ms and lose on time.
             const int shortReserve = clock / kReserveShare + kStopLatencyMs;
-            timeControl.reserveMs = reserveMs_ < shortReserve ? reserveMs_ : shortReserve;
-            timeControl.setClock(p.movestogo, clock, increment);
+            limits.reserveMs = reserveMs_ < shortReserve ? reserveMs_ : shortReserve;
+            limits.clockMs = clock;
+            limits.incrementMs = increment;
             timed = true;
-        } else if (p.movestogo > 0 && p.nodes) {
-            timeControl.movesToGo = p.movestogo;
-            timeControl.setNodeBudget();
         }
     }
+    timeControl.apply(limits);
     // 8. Nothing limits the search: only "stop" will end it.
     if (!p.nodes && !p.depth && !p.infinite && !timed) {
         std::fputs("go(): no time/depth/node limit\n", stderr);
     }
     logMessage("Nominal search time is %3.2f seconds, infinite=%i, nodes=%i\n",
-               static_cast<float>(timeControl.timeLimitMs[2]) / 1000.0, timeControl.infinite,
+               static_cast<float>(timeControl.normalBudgetMs()) / 1000.0, timeControl.infinite,
                static_cast<int>(timeControl.nodeLimitNow));
     // 10. Go.
     clearThrottle();
+    pool.interruptible.store(!uciMode_);  // a "go" typed at the console, Ctrl-C may stop
     startSearch(*position_, this);
     if (verbose_) logProtocol("go() ok", nullptr);
 }

@@ -18,7 +18,6 @@ constexpr uint32_t kNpsMinimumMs = 99;   // no speed figure for shorter searches
 constexpr int kRepeatDepthGap = 9;       // a PV repeated over this many plies is throttled
 constexpr int kLineBuffer = 2048;
 constexpr int kMoveRoom = 12;            // the PV stops when less room than this is left
-constexpr int kMateWin = 29001, kMateLoss = -29000;
 
 uint64_t searchNodes() {
     uint64_t nodes = 0;
@@ -58,10 +57,10 @@ void Uci::sendPvLine(uint32_t depth, int score, const Move* pv) {
     int n = std::snprintf(buf, sizeof buf, "info depth %u seldepth %u", depth,
                           static_cast<uint32_t>(pool.threads[0]->maxPly));
     // The two mate formulas are not mirror images; both are the protocol's text.
-    if (score >= kMateWin)
-        n += std::snprintf(buf + n, sizeof buf - n, " score mate %i", (30001 - score) / 2);
-    else if (score < kMateLoss)
-        n += std::snprintf(buf + n, sizeof buf - n, " score mate -%i", (score + 30000) / 2);
+    if (score > kMateFound)
+        n += std::snprintf(buf + n, sizeof buf - n, " score mate %i", movesToMate(score));
+    else if (score < -kMateFound)
+        n += std::snprintf(buf + n, sizeof buf - n, " score mate -%i", movesToBeMated(score));
     else
         n += std::snprintf(buf + n, sizeof buf - n, " score cp %i", score);
     n += writeStatistics(buf + n, kLineBuffer - n);

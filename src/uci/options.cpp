@@ -67,6 +67,7 @@ void Uci::onSetOption() {
         }
         logMessage("resizing hash to %uMb\n", static_cast<unsigned>(mb));
         tt.resize(static_cast<uint32_t>(mb) << 10);
+        tt.prefault();  // before "readyok" can be answered, not in the first searches
     } else if (name.equals("Clear")) {
         tt.clear();
         logProtocol("tt cleared", nullptr);

@@ -20,12 +20,15 @@ namespace quarn {
 namespace {
 
 std::unique_ptr<Uci> handler;
+bool lowercasePromotions = false;
 
 }  // namespace
 
 Uci& uci() { return *handler; }
 
 void initUci(Position* position) { handler = std::make_unique<Uci>(position, stdout); }
+
+void setLowercasePromotions(bool on) { lowercasePromotions = on; }
 
 char* writeUciMove(char* buf, Move m) {
     if (!m) {
@@ -34,7 +37,10 @@ char* writeUciMove(char* buf, Move m) {
     }
     char* out = writeSquare(buf, fromSquare(m));
     out = writeSquare(out, toSquare(m));
-    if (promotionType(m)) *out++ = kPromotionLetters[promotionType(m)];
+    if (promotionType(m)) {
+        const char letter = kPromotionLetters[promotionType(m)];
+        *out++ = lowercasePromotions ? static_cast<char>(letter - 'A' + 'a') : letter;
+    }
     *out = 0;
     return out;
 }
@@ -98,7 +104,7 @@ void Uci::onUci() {
     out_.flush();
     uciMode_ = true;
     // From now on stdout carries protocol lines only.
-    pool.root.quiet = 1;
+    setSearchLines(nullptr);
     logProtocol("<--uciok", nullptr);
 }
 

@@ -89,4 +89,8 @@ void initUci(Position* position);
 // A move in coordinate form ("e7e8Q" for a promotion, "0000" for none); buf needs 6 bytes.
 char* writeUciMove(char* buf, Move m);
 
+// Promotion letters in lower case ("e7e8q") in every move the protocol sends, for clients that
+// refuse the upper-case form; set once from the command line, before any search.
+void setLowercasePromotions(bool on);
+
 }  // namespace quarn

@@ -64,10 +64,12 @@ struct Ending { const char* placement; int divisor, bonus; };
 const Ending kEndings[] = {
     {"8/8/8/4k3/8/8/8/KNN5", 0, 0},            // two knights cannot force mate
     {"8/4p3/8/4k3/8/8/8/KN6", 0, 0},           // nor can a lone knight against a pawn
-    {"8/8/8/4k3/8/8/8/KBN5", 1, 1000},         // bishop and knight can
+    // Bishop and knight can: 1000, and the drive to mate: kings four apart (10 x 3), the
+    // defender four from either light corner (25 x 3).
+    {"8/8/8/4k3/8/8/8/KBN5", 1, 1105},
     {"8/8/8/1k6/8/P2K4/8/8", 0, 0},            // a-pawn, the king inside its square
     {"3k4/p7/8/1K6/8/8/8/8", 0, 0},            // the same for Black
-    {"8/8/8/1k6/8/1P6/8/3K4", 1, 0},           // a b-pawn is no rook pawn
+    {"8/8/8/1k6/8/1P6/8/3K4", 0, 0},           // no rook pawn, but the king in front holds
     {"8/8/8/1k6/8/P2K4/8/2B5", 0, 0},          // dark bishop, light corner a8
     {"8/8/8/1k6/8/P2K4/8/3B4", 1, 0},          // light bishop covers a8
     {"4k3/4bpp1/8/8/8/3B4/5PP1/4K3", 4, 0},    // opposite bishops, equal pawns
@@ -102,6 +104,50 @@ TEST(Evaluate, DrawAndScalingRules) {
             results += t.result;
         }
         EXPECT_EQ(results, 8) << c.placement;
+    }
+}
+
+// Pawnless wins climb toward the mate: the kings closer, and with bishop and knight the
+// defending king in the bishop's corner rather than the other one (where no mate can be forced).
+TEST(Evaluate, PawnlessWinsDriveTheKingToBeMated) {
+    const std::pair<const char*, const char*> better[] = {
+        {"7k/8/5K2/8/8/8/8/R7", "7k/8/2K5/8/8/8/8/R7"},      // kings close (same king table)
+        {"k7/8/8/8/8/8/8/1B1NK3", "7k/8/8/8/8/8/8/1B1NK3"},  // light bishop: a8 over h8
+        {"7k/8/8/8/8/8/8/2BNK3", "k7/8/8/8/8/8/8/2BNK3"},    // dark bishop: h8 over a8
+    };
+    for (const auto& [good, bad] : better) {
+        for (const std::string side : {" w - -", " b - -"}) {
+            const int g = evaluateFresh(positionFrom(good + side));
+            const int b = evaluateFresh(positionFrom(bad + side));
+            EXPECT_GT(side[1] == 'w' ? g - b : b - g, 0) << good << " / " << bad << side;
+        }
+    }
+}
+
+// King and pawn against king by exact knowledge, for both colours and both sides to move: the
+// drawn ones score the tempo alone, the won ones keep their score.
+TEST(Evaluate, KingAndPawnAgainstKingIsExact) {
+    const struct { const char* fen; bool won; } cases[] = {
+        {"4k3/8/4K3/4P3/8/8/8/8 w - -", true},    // king on the sixth before its pawn
+        {"4k3/8/4K3/4P3/8/8/8/8 b - -", true},
+        {"8/4k3/8/4K3/4P3/8/8/8 w - -", false},   // the defender has the opposition
+        {"8/4k3/8/4K3/4P3/8/8/8 b - -", true},    // the attacker has it
+        {"8/8/8/4p3/4k3/8/4K3/8 b - -", false},   // the same for Black
+        {"8/8/8/4p3/4k3/8/4K3/8 w - -", true},
+        {"8/8/8/5k2/8/1K2P3/8/8 w - -", false},   // the defender stands in front (from a game)
+        {"8/8/8/8/8/4k3/4p3/4K3 w - -", false},   // stalemate
+        {"8/8/8/8/1k6/8/6P1/6K1 w - -", true},    // outside the pawn's square
+        {"k7/8/8/8/8/8/1P6/6K1 b - -", false},    // inside it
+        // Rook pawns the table knows to be won, whatever the rook-pawn rule would guess.
+        {"8/8/8/8/8/3k4/PK6/8 w - -", true},
+        {"8/8/8/8/8/8/PK1k4/8 b - -", true},
+    };
+    for (const auto& c : cases) {
+        EvalTrace t{};
+        const Position pos = positionFrom(c.fen);
+        evaluateTraced(*Context(pos), t);
+        EXPECT_EQ(t.drawRule != nullptr, !c.won) << c.fen;
+        EXPECT_EQ(t.final == 0, !c.won) << c.fen;
     }
 }
 
@@ -209,6 +255,10 @@ TEST(Evaluate, TermsByHandAndMirrored) {
         {race, "8/8/P3K3/8/8/3k3p/8/8 b - -", 0},
         {race, "8/8/P3K3/8/7p/3k4/8/8 w - -", 480},  // a6 two moves, h4 three: White is first
         {race, "8/8/P3K3/8/7p/3k4/8/8 b - -", 0},    // ...h3 a7 h2 a8=Q h1=Q
+        // b2 goes to b4 at once: five moves against g5's four, White to move, both queen;
+        // Black to move, its king catches b2 and g5 runs.
+        {race, "8/7k/8/6p1/8/K7/1P6/8 w - -", 0},
+        {race, "8/7k/8/6p1/8/K7/1P6/8 b - -", -460},
         {race, "k7/8/8/4K3/8/4P3/8/8 w - -", 410},   // Ke5 two squares ahead of e3: 5 + 4
         {race, "k7/8/8/4K3/8/4P3/8/8 b - -", 410},   // a key square wins whoever moves
         {race, "8/8/k7/8/7K/3P4/8/8 w - -", 400},    // Kg5-f5-e5 before ...Kb5-c5-d4: 3 + 5 + 2
@@ -299,6 +349,12 @@ TEST(Threats, MateThreatsAndMirrors) {
         {"6k1/5pp1/8/8/8/3B4/8/R5K1 w - -", ra8},                        // Bd3 takes h7 away
         {"6k1/5pp1/8/8/8/8/8/R5K1 w - -", 0},                            // Ra8+ Kh7
         {"6k1/5ppp/4N3/8/8/Q7/8/6K1 w - -", makeMoveWord(16, 61, 0)},    // Qf8, h8 seen through g8
+        // Not mates: the mover itself covered the flight squares it leaves (Rh1+ Kd2, Ra8+ Ke7,
+        // Qf7+ Kh8), or a rook steps between (Ra8+ Rb8).
+        {"6k1/8/8/6NQ/8/8/8/6K1 w - -", 0},
+        {"8/8/8/8/2K5/4r3/7R/3k4 w - -", 0},
+        {"4k3/R7/2r5/2PpBpp1/3Pn3/7P/8/6K1 w - -", 0},
+        {"6k1/5ppp/8/8/8/8/1r6/R5K1 w - -", 0},
     };
     for (const auto& c : kCases) {
         const Position pos = positionFrom(c.fen);

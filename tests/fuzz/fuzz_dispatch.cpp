@@ -17,6 +17,7 @@
 #include "search/tt.h"
 #include "shell/console.h"
 #include "shell/log.h"
+#include "shell/searchlines.h"
 #include "uci/uci.h"
 
 namespace {

@@ -1,5 +1,9 @@
 #include "search/tt.h"
 
+#include <unistd.h>
+
+#include <fstream>
+
 #include "board/movegen.h"
 #include "support.h"
 
@@ -41,6 +45,27 @@ TEST(TtSizes, PowerOfTwoKilobytesWithAFloor) {
         EXPECT_EQ(reinterpret_cast<uintptr_t>(&t.way(pos, t.homeIndex(pos) & 3)) % 64, 0u);
         t.release();
     }
+}
+
+// Resident memory of this process in bytes.
+uint64_t residentBytes() {
+    std::ifstream statm("/proc/self/statm");
+    uint64_t size = 0, resident = 0;
+    statm >> size >> resident;
+    return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+// After prefault the table's pages are in memory, not faulted in one by one by the first
+// searches (the Hash option prefaults before a GUI's "readyok" can be answered); it stays empty.
+TEST(TtSizes, PrefaultMapsTheWholeTable) {
+    Tt t;
+    ASSERT_EQ(t.resize(64 * 1024), 64u << 20);
+    const uint64_t before = residentBytes();
+    t.prefault();
+    EXPECT_GE(residentBytes(), before + (60u << 20));
+    TtEntry e;
+    EXPECT_FALSE(t.probe(positionFrom(kFen), e));
+    t.release();
 }
 
 // The side to move picks the neighbouring bucket; only another size empties the table.

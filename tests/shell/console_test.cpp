@@ -2,6 +2,7 @@
 // reader on a pipe and on a terminal with its history file.
 // GCC 12 with the sanitizers reports a false "maybe uninitialized" inside <regex>.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <csignal>
 #include <cmath>
 #include <fstream>
 #include <regex>
@@ -109,6 +110,25 @@ TEST(ConsoleInput, LongGamesKeepTheirRecentHistory) {
     EXPECT_EQ(lastFen(run.out), "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq - 0 334");
     EXPECT_NE(run.out.find("\ntotal            20\n% "), std::string::npos);
     EXPECT_NE(run.out.find("\n [10/"), std::string::npos);
+}
+
+// Ctrl-C during "g" or a "go" typed at the console stops the search, which gives its result,
+// and the console reads on; with no search running it ends the engine as it always has.
+TEST(ConsoleInput, InterruptStopsASearchOnly) {
+    EngineSession engine;
+    engine.send("mt 1000\ng");
+    ASSERT_TRUE(engine.line(has("[7/"), 20000)) << engine.out;
+    engine.interrupt();
+    EXPECT_TRUE(engine.line(has("best move "), 5000)) << engine.out;
+    engine.send("go infinite");
+    ASSERT_TRUE(engine.line(has("info depth 7"), 20000)) << engine.out;
+    engine.interrupt();
+    EXPECT_TRUE(engine.line(has("bestmove "), 5000)) << engine.out;
+    EXPECT_TRUE(engine.line(has("reduce :"), 5000));  // the statistics follow the search
+    engine.send("help");
+    EXPECT_TRUE(engine.line(has("time limit of g in seconds"), 5000));
+    engine.interrupt();
+    EXPECT_EQ(engine.waitExit(5000), 128 + SIGINT);
 }
 
 TEST(LineInput, PipedLinesAreNeverEchoedAndGoStraightIntoTheHistory) {

@@ -113,15 +113,28 @@ class UciUnbounded : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(UciUnbounded, IsReadyAtOnceAndStopEnds) {
     UciEngine engine;
+    std::string lastPv;
+    const auto upTo = [&lastPv](const char* prefix) {
+        return [&lastPv, prefix](const std::string& l) {
+            if (isPvLine(l)) lastPv = l;
+            return l.rfind(prefix, 0) == 0;
+        };
+    };
     engine.send(GetParam());
-    ASSERT_TRUE(engine.line("info depth 5 ", kWaitMs));
+    ASSERT_TRUE(engine.line(upTo("info depth 5 "), kWaitMs));
     const auto asked = Clock::now();
     engine.send("isready");
-    ASSERT_TRUE(engine.line("readyok", kWaitMs));
+    ASSERT_TRUE(engine.line(upTo("readyok"), kWaitMs));
     EXPECT_LT(msSince(asked), kSlowBuild ? 1000 : 250);  // at once, not after the iteration
-    EXPECT_FALSE(engine.line("bestmove", 300));
+    EXPECT_FALSE(engine.line(upTo("bestmove"), 300));
     engine.send("stop");
-    EXPECT_EQ(bestmoveOf(engine.line("bestmove", kWaitMs), kStartFen).size(), 2u);
+    // The move is the last variation's first; its second is the ponder move, absent when a
+    // stop lands where the variation is one move long (a table hit cut it short).
+    const Line answer = engine.line(upTo("bestmove"), kWaitMs);
+    ASSERT_TRUE(answer && isPvLine(lastPv)) << lastPv;
+    const Lines moves = bestmoveOf(answer, kStartFen);
+    ASSERT_FALSE(moves.empty()) << *answer;
+    EXPECT_EQ(moves[0], words(lastPv.substr(lastPv.find(" pv ") + 4))[0]) << lastPv;
 }
 INSTANTIATE_TEST_SUITE_P(Go, UciUnbounded,
                          ::testing::Values("go infinite", "go", "go ponder",
@@ -228,6 +241,23 @@ TEST(UciLimited, NodesMatesAndLongGame) {
         const long value = field(f.info.back(), c.field);
         EXPECT_TRUE(value >= c.low && value <= c.high) << c.go << ": " << f.info.back();
         EXPECT_TRUE(!*c.best || f.best == words("bestmove " + std::string(c.best))) << c.go;
+    }
+}
+
+// Promotion letters: upper case by default, lower case in every move the protocol sends with
+// --lowercase-promotions (pv and bestmove); "position ... moves" takes either form. The rook on
+// d8 must be taken with promotion.
+TEST(UciLimited, PromotionLetterCase) {
+    const std::string fen = "3r4/4P3/8/8/8/8/k7/4K3 w - -";
+    for (const bool lower : {false, true}) {
+        EngineSession engine(lower ? Lines{"--lowercase-promotions"} : Lines{});
+        engine.send("uci\nposition fen " + fen + "\ngo depth 5");
+        EXPECT_EQ(engine.line("bestmove", kWaitMs).value_or("").substr(0, 14),
+                  lower ? "bestmove e7d8q" : "bestmove e7d8Q");
+        engine.send("position fen " + fen + " moves e7d8" + (lower ? "q" : "Q") + "\nfen");
+        EXPECT_TRUE(engine.line("3Q4/8/8/8/8/8/k7/4K3 b - -", kWaitMs));
+        EXPECT_NE(engine.out.find(lower ? " pv e7d8q" : " pv e7d8Q"), std::string::npos);
+        EXPECT_EQ(engine.out.find(lower ? "e7d8Q" : "e7d8q"), std::string::npos);
     }
 }
 
