@@ -42,13 +42,14 @@ inline void setSinglePv(SearchThread& t, int ply, Move m) {
     t.pv[ply][1] = 0;
 }
 
-// A move that beat the best score so far: it is the best now, stored as `recorded`, and above
-// alpha its line leads the PV and raises alpha. Forced inline: left to the compiler, quiesce
-// keeps its scores in memory and runs slower.
-[[gnu::always_inline]] inline void raiseBest(SearchThread& t, int ply, Move m, Move recorded,
-                                             int s, int& best, Move& bestMove, int& alpha) {
+// A move that beat the best score so far: it is the best now, and above alpha its line leads
+// the PV and raises alpha. The move keeps the extension it earned in its top bits, in the
+// table and in the PV alike. Forced inline: left to the compiler, quiesce keeps its scores in
+// memory and runs slower.
+[[gnu::always_inline]] inline void raiseBest(SearchThread& t, int ply, Move m, int s, int& best,
+                                             Move& bestMove, int& alpha) {
     best = s;
-    bestMove = recorded;
+    bestMove = m;
     if (s > alpha) {
         updatePv(t, ply, m);
         alpha = s;

@@ -228,7 +228,7 @@ bool mateThreatEnds(SearchThread& t, QNode& q, int& result) {
         result = s;
         return true;
     }
-    if (s > q.best) raiseBest(t, q.ply, mate, mate, s, q.best, q.bestMove, q.alpha);
+    if (s > q.best) raiseBest(t, q.ply, mate, s, q.best, q.bestMove, q.alpha);
     return false;
 }
 
@@ -262,7 +262,7 @@ int quiesceMoves(SearchThread& t, QNode& q, Move* moves, Move* end) {
                     lowerBound(pos, q.ply, q.checkDepth - 2, s, m, q.staticEval);
                     return s;
                 }
-                raiseBest(t, q.ply, m, m, s, q.best, q.bestMove, q.alpha);
+                raiseBest(t, q.ply, m, s, q.best, q.bestMove, q.alpha);
             }
         }
         if (checksDone) break;

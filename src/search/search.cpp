@@ -204,7 +204,8 @@ bool deepeningEnds(SearchThread& t, Node& n, int& result) {
 }
 
 // 7. The hash move, before any generation: it often cuts, and then nothing is generated. It
-// keeps the extension it earned when it was stored.
+// keeps the extension it earned when it was stored, and stores it again with the move: a
+// single reply is extended on every visit, not only the first.
 bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result) {
     if (!n.hashMove) return false;
     Position& pos = t.pos;
@@ -218,14 +219,14 @@ bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result)
     if (t.stopped()) return true;
     if (s >= n.beta) {
         if (!n.inCheck && isQuiet(m)) updateKillers(t, n.ply, m);
-        setSinglePv(t, n.ply, m);
-        lowerBound(pos, n.ply, n.depth, s, m, n.staticEval);
+        setSinglePv(t, n.ply, n.hashMove);
+        lowerBound(pos, n.ply, n.depth, s, n.hashMove, n.staticEval);
         ++t.stats.cutNodes;
         ++t.stats.firstMoveCuts;
         result = s;
         return true;
     }
-    raiseBest(t, n.ply, m, m, s, n.best, n.bestMove, n.alpha);
+    raiseBest(t, n.ply, n.hashMove, s, n.best, n.bestMove, n.alpha);
     return false;
 }
 
@@ -334,13 +335,13 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
                 break;
             }
             t.stats.pvNodes += s > n.alpha;
-            raiseBest(t, ply, m, candidate, s, n.best, n.bestMove, n.alpha);
+            raiseBest(t, ply, candidate, s, n.best, n.bestMove, n.alpha);
         }
     }
     // 8.6 Cut-off: a lower bound, and a quiet refutation becomes a killer.
     if (cutMove) {
         if (!n.inCheck && isQuiet(cutMove)) updateKillers(t, ply, cutMove);
-        setSinglePv(t, ply, cutMove & kIdentityMask);
+        setSinglePv(t, ply, cutMove);
         lowerBound(pos, ply, n.depth, cutScore, cutMove, n.staticEval);
         ++t.stats.cutNodes;
         return cutScore;
