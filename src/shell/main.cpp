@@ -43,7 +43,10 @@ constexpr char kUsage[] =
     "                                --lowercase-promotions sends e7e8q, not e7e8Q, to the GUI\n"
     "       quarn bench [depth]      search the built-in positions, print nodes and speed\n"
     "       quarn eval \"<FEN>\"       print every evaluation term of a position\n"
-    "       quarn --help | --version\n";
+    "       quarn --help | --version\n"
+    "UCI options beyond Hash, Ponder, SendPv and UCI_Opponent:\n"
+    "  Move Overhead (0 to 5000 ms, default 30): the time a GUI or a network loses per move,\n"
+    "  kept off every clock budget; raise it when the engine loses on time behind a slow link\n";
 
 // Command-line options; false (after a message) when they cannot be used.
 bool readOptions(int argc, char** argv) {

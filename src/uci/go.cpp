@@ -12,7 +12,6 @@ namespace quarn {
 namespace {
 
 constexpr int kReserveShare = 8;
-constexpr int kStopLatencyMs = 30;
 
 struct GoParameters {
     int wtime = -1, btime = -1, winc = 0, binc = 0;
@@ -63,13 +62,17 @@ void Uci::onGo() {
             p.ponder = p.infinite = true;
         }
     }
-    // 4. A go belongs after a position.
-    const UciStatus old = exchangeStatus(next);
+    // 4. A go belongs after a position. One search at a time, and every go answered once: a
+    // running search ends and answers (it finds the status POSITION), a held answer is sent.
+    HeldAnswer held;
+    const UciStatus old = exchangeStatus(POSITION, &held);
     if (old != POSITION) std::fprintf(stderr, "Expected current status==POSITION, got %i\n", old);
-    if (old == SEARCHING || old == PONDERING) {
-        // One search at a time: the running one ends (and answers) before the new one starts.
-        stopSearch();
-        exchangeStatus(next);
+    if (old == SEARCHING || old == PONDERING) stopSearch();
+    if (held != HELD_NONE) sendHeld(held, true);
+    {
+        std::lock_guard<std::mutex> lock(statusMutex_);
+        status_ = next;
+        infiniteGo_ = p.infinite && !p.ponder;
     }
     // 5. Limits.
     SearchLimits limits;
@@ -95,10 +98,12 @@ void Uci::onGo() {
         if (clock >= 0) {
             logMessage("got wb moves/millis=%i/%i\n", p.movestogo, clock);
             // The reserve is kept back from the clock, but on a short clock only an eighth of it
-            // plus the time a stop takes to land: a 3 s reserve on a 2 s clock would leave every
-            // move a fixed 100 ms and lose on time.
-            const int shortReserve = clock / kReserveShare + kStopLatencyMs;
-            limits.reserveMs = reserveMs_ < shortReserve ? reserveMs_ : shortReserve;
+            // plus the move overhead (the time a stop takes to land and the GUI or the network
+            // loses): a 3 s reserve on a 2 s clock would leave every move a fixed 100 ms and lose
+            // on time. The overhead itself is never spent, however long the clock.
+            const int shortReserve = clock / kReserveShare + moveOverheadMs_;
+            const int reserve = reserveMs_ < shortReserve ? reserveMs_ : shortReserve;
+            limits.reserveMs = reserve > moveOverheadMs_ ? reserve : moveOverheadMs_;
             limits.clockMs = clock;
             limits.incrementMs = increment;
             timed = true;

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "search/pool.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/log.h"
@@ -33,6 +34,24 @@ bool Uci::searchRunning() {
 void Uci::writeOptions() {
     std::fwrite(kOptionLines, 1, sizeof kOptionLines - 1, out_.file());
     out_.print("option name UCI_EngineAbout type string default %s by %s\n", kEngineName, kAuthor);
+    out_.print("option name Move Overhead type spin default %i min 0 max %i\n",
+               kDefaultMoveOverheadMs, kLargestMoveOverheadMs);
+}
+
+// "setoption name Move Overhead value N": N milliseconds, 0 to 5000; anything else is refused
+// and the setting kept.
+void Uci::setMoveOverhead() {
+    SharedString value = nextWord(arguments_);
+    if (value.equals("value")) value = nextWord(arguments_);
+    char* end = nullptr;
+    const long ms = std::strtol(value.chars(), &end, 10);
+    if (value.length() < 2 || *end || ms < 0 || ms > kLargestMoveOverheadMs) {
+        std::fprintf(stderr, "setoption: Move Overhead takes 0 to %i ms, not '%s'; kept at %i\n",
+                     kLargestMoveOverheadMs, value.chars(), moveOverheadMs_);
+        return;
+    }
+    moveOverheadMs_ = static_cast<int>(ms);
+    logMessage("moveoverhead=%i\n", moveOverheadMs_);
 }
 
 void Uci::onSetOption() {
@@ -56,7 +75,16 @@ void Uci::onSetOption() {
     } else if ((name.equals("Hash") || name.equals("Clear")) && searchRunning()) {
         // The table belongs to the search while it runs.
         std::fprintf(stderr, "setoption: %s ignored while a search runs\n", name.chars());
+    } else if (name.equals("Move")) {
+        SharedString second = nextWord(arguments_);
+        if (second.equals("Overhead")) {
+            setMoveOverhead();
+        } else {
+            std::fprintf(stderr, "Option not supported: Move %s\n", second.chars());
+        }
     } else if (name.equals("Hash")) {
+        // A finished search may still be writing its statistics, which read the table.
+        waitIdle();
         nextWord(arguments_);
         SharedString value = nextWord(arguments_);
         long mb = value.length() > 1 ? std::strtol(value.chars(), nullptr, 10) : kDefaultHashMb;
@@ -69,6 +97,7 @@ void Uci::onSetOption() {
         tt.resize(static_cast<uint32_t>(mb) << 10);
         tt.prefault();  // before "readyok" can be answered, not in the first searches
     } else if (name.equals("Clear")) {
+        waitIdle();
         tt.clear();
         logProtocol("tt cleared", nullptr);
     } else if (name.equals("Ponder")) {
@@ -76,7 +105,7 @@ void Uci::onSetOption() {
         logMessage("canponder=%u\n", timeControl.canPonder);
     } else if (name.equals("SendPv")) {
         sendPv_ = checkValue();
-        logMessage("sendpv=%u\n", sendPv_ ? 1u : 0u);
+        logMessage("sendpv=%u\n", sendPv_.load() ? 1u : 0u);
     } else if (name.equals("OwnBook")) {
         useBook_ = checkValue();
         logMessage("usebook=%u\n", useBook_ ? 1u : 0u);

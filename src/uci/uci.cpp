@@ -47,10 +47,14 @@ char* writeUciMove(char* buf, Move m) {
 
 Uci::Uci(Position* position, FILE* out) : position_(position), out_(out) {}
 
-UciStatus Uci::exchangeStatus(UciStatus next) {
+UciStatus Uci::exchangeStatus(UciStatus next, HeldAnswer* held) {
     std::lock_guard<std::mutex> lock(statusMutex_);
     const UciStatus old = status_;
     status_ = next;
+    if (held) {
+        *held = held_;
+        held_ = HELD_NONE;
+    }
     return old;
 }
 
@@ -133,7 +137,9 @@ void Uci::onPosition() {
     if (verbose_) logProtocol("position()...", nullptr);
     SharedString word = nextWord(arguments_);
     // 2. A new position ends any search.
-    const UciStatus old = exchangeStatus(POSITION);
+    HeldAnswer held;
+    const UciStatus old = exchangeStatus(POSITION, &held);
+    if (held != HELD_NONE) sendHeld(held, true);  // the last "go" is answered before it is left
     if (old == SEARCHING || old == PONDERING) {
         std::fprintf(stderr, "uci::position(): search still running? status=%i\n", old);
         logMessage("position: not stopped? stopping!...");
@@ -207,14 +213,29 @@ void Uci::sendBestMove(Move best, Move ponder) {
     if (!best) std::fprintf(stderr, "No move generated! bm=%x\n", best);
 }
 
+void Uci::sendHeld(HeldAnswer held, bool withPonder) {
+    logMessage("Uci: sending the held bestmove of a finished %s search\n",
+               held == HELD_PONDER ? "ponder" : "infinite");
+    sendBestMove(pool.root.bestMove, withPonder ? ponderMove() : 0);
+}
+
 void Uci::onPonderHit() {
     if (verbose_) logProtocol("ponderhit()...", nullptr);
-    const UciStatus old = exchangeStatus(SEARCHING);
+    HeldAnswer held;
+    const UciStatus old = exchangeStatus(SEARCHING, &held);
     switch (old) {
         case FINISHED:
             logMessage("Uci:ponderhit(): already finished\n");
-            exchangeStatus(FINISHED);
-            sendBestMove(pool.root.bestMove, ponderMove());
+            if (held == HELD_PONDER) {
+                exchangeStatus(FINISHED);
+                sendHeld(held, true);
+            } else {
+                // An infinite search's move waits for "stop"; an answer already sent is not
+                // sent twice.
+                std::lock_guard<std::mutex> lock(statusMutex_);
+                status_ = FINISHED;
+                held_ = held;
+            }
             break;
         case POSITION:
             std::fputs("uci:: ponderhit without preceeding go(): send bestmove 0000\n", stderr);
@@ -239,9 +260,17 @@ void Uci::onPonderHit() {
 
 void Uci::onStop() {
     if (verbose_) logProtocol("stop()...", nullptr);
-    const UciStatus old = exchangeStatus(FINISHED);
+    HeldAnswer held;
+    const UciStatus old = exchangeStatus(FINISHED, &held);
     if (old == FINISHED) {
-        sendBestMove(pool.root.bestMove, 0);
+        // A ponder search's move goes without its ponder move, an infinite search's with it; a
+        // stop that crosses an answer on its way sends nothing, or the GUI would read a second
+        // "bestmove" as the reply to its next "go".
+        if (held != HELD_NONE) {
+            sendHeld(held, held == HELD_INFINITE);
+        } else {
+            logMessage("uci:stop(): no search running, its bestmove was sent\n");
+        }
     } else if (old == POSITION) {
         std::fputs("uci:: stop without preceeding go?\n", stderr);
         sendBestMove(0, 0);
@@ -256,10 +285,23 @@ void Uci::onStop() {
 
 void Uci::reportFinished(uint32_t depth, int score, Move) {
     sendPvLine(depth, score, nullptr);
-    const UciStatus old = exchangeStatus(FINISHED);
-    if (old == PONDERING) {
-        // The GUI has not decided yet: the move waits for "ponderhit" or "stop".
+    HeldAnswer hold = HELD_NONE;
+    {
+        std::lock_guard<std::mutex> lock(statusMutex_);
+        const UciStatus old = status_;
+        status_ = FINISHED;
+        // The GUI has not decided yet: a ponder search's move waits for "ponderhit" or "stop",
+        // an infinite search's (it ran out of depth) for "stop".
+        if (old == PONDERING) hold = HELD_PONDER;
+        if (old == SEARCHING && infiniteGo_) hold = HELD_INFINITE;
+        held_ = hold;
+    }
+    if (hold == HELD_PONDER) {
         logMessage("Uci:finish() delay sending bestmove, status is still 'pondering'\n");
+        return;
+    }
+    if (hold == HELD_INFINITE) {
+        logMessage("Uci:finish() delay sending bestmove of an infinite search until 'stop'\n");
         return;
     }
     sendBestMove(pool.root.bestMove, ponderMove());

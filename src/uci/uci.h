@@ -2,6 +2,7 @@
 // reports turned into "info" and "bestmove" lines.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 
@@ -14,6 +15,15 @@ namespace quarn {
 
 // The engine's status as the GUI drives it.
 enum UciStatus : int32_t { FINISHED = 0, POSITION = 1, SEARCHING = 2, PONDERING = 3 };
+
+// A finished search whose "bestmove" was not sent yet: a ponder search waits for "ponderhit" or
+// "stop", an infinite one for "stop". A "position" or a new "go" sends it too, so every "go" gets
+// exactly one answer.
+enum HeldAnswer : uint8_t { HELD_NONE, HELD_PONDER, HELD_INFINITE };
+
+// The Move Overhead option: milliseconds a GUI or a network loses per move.
+constexpr int kDefaultMoveOverheadMs = 30;
+constexpr int kLargestMoveOverheadMs = 5000;
 
 class Uci : public SearchReporter {
 public:
@@ -44,7 +54,12 @@ private:
     void onStop();
     [[noreturn]] void onQuit();
 
-    UciStatus exchangeStatus(UciStatus next);
+    // Sets the status and returns the old one; with `held`, also takes the held answer (which
+    // is then none).
+    UciStatus exchangeStatus(UciStatus next, HeldAnswer* held = nullptr);
+    // Sends a held answer: the best move, with its ponder move when `withPonder`.
+    void sendHeld(HeldAnswer held, bool withPonder);
+    void setMoveOverhead();
     bool searchRunning();
     void sendBestMove(Move best, Move ponder);
     Move ponderMove() const;
@@ -63,13 +78,16 @@ private:
     bool uciMode_ = false;
     bool verbose_ = false;
     bool useBook_ = true;
-    bool sendPv_ = true;
+    std::atomic<bool> sendPv_{true};  // set by the input thread, read by the search's reports
     int reserveMs_ = 3000;
+    int moveOverheadMs_ = kDefaultMoveOverheadMs;
     SharedString opponentTitle_, opponentKind_, opponentName_;
     int opponentRating_ = 0;
 
     std::mutex statusMutex_;
     UciStatus status_ = FINISHED;
+    HeldAnswer held_ = HELD_NONE;  // under statusMutex_
+    bool infiniteGo_ = false;      // the search running is "go infinite"; under statusMutex_
 
     uint32_t outOfBookPly_ = 0;  // game ply + 1 of the first search of the game, 0 = none
     uint64_t outOfBookKey_ = 0;
