@@ -15,8 +15,6 @@ namespace quarn {
 
 // A node this far into the history makes no move: its children would not fit.
 inline constexpr uint32_t kHistoryLimit = kHistorySize - 2;
-// The extension a move earned rides in the move word's top bits, so the table keeps it.
-inline constexpr uint32_t kExtensionShift = 30;
 inline constexpr int kFiftyMovePlies = 99;
 // Below this many points on each side, and without pawns or heavy pieces, nobody can mate.
 inline constexpr int kInsufficientPoints = 5;
@@ -43,8 +41,7 @@ inline void setSinglePv(SearchThread& t, int ply, Move m) {
 }
 
 // A move that beat the best score so far: it is the best now, and above alpha its line leads
-// the PV and raises alpha. The move keeps the extension it earned in its top bits, in the
-// table and in the PV alike. Forced inline: left to the compiler, quiesce keeps its scores in
+// the PV and raises alpha. Forced inline: left to the compiler, quiesce keeps its scores in
 // memory and runs slower.
 [[gnu::always_inline]] inline void raiseBest(SearchThread& t, int ply, Move m, int s, int& best,
                                              Move& bestMove, int& alpha) {
@@ -59,7 +56,7 @@ inline void setSinglePv(SearchThread& t, int ply, Move m) {
 // The table line and the pawn entry are fetched as soon as the new keys are known, so the
 // attack words are computed while they come in.
 inline void playMove(SearchThread& t, Move m) {
-    makeMove(t.pos, m & kIdentityMask);
+    makeMove(t.pos, m);
     tt.prefetch(t.pos);
     prefetchPawnEntry(t.eval->pawnTable, t.pos.state.pawnKey);
     computeAttackInfo(t.pos);
@@ -130,10 +127,12 @@ inline bool tableCuts(const TtEntry& e, int score, int depth, int alpha, int bet
     return false;
 }
 
-// What the table says about a node: its static score and hash move, or a score that ends it.
+// What the table says about a node: its static score and hash move (with the extension it
+// earned in the full-width search), or a score that ends it.
 struct TableProbe {
     int staticEval;
     Move hashMove;
+    int hashExtension;
     bool cut;
     int score;  // when cut
 };
@@ -144,7 +143,7 @@ struct TableProbe {
 template <bool FullWidth>
 [[gnu::always_inline]] inline TableProbe probeTable(SearchThread& t, int ply, int depth, int alpha,
                                                     int beta, bool pvNode) {
-    TableProbe p{0, 0, false, 0};
+    TableProbe p{0, 0, 0, false, 0};
     TtEntry entry;
     if (FullWidth) ++t.stats.ttProbes;
     if (!tt.probe(t.pos, entry)) {
@@ -165,16 +164,18 @@ template <bool FullWidth>
         }
     }
     p.staticEval = entry.staticEval;
-    p.hashMove = FullWidth ? entry.move : entry.move & kIdentityMask;
+    p.hashMove = entry.move;
+    p.hashExtension = entry.extension;
     return p;
 }
 
 // Stores the result of a node searched to the end: exact above the window's floor, else an
 // upper bound.
 inline void storeBounded(const Position& pos, int ply, int depth, int alphaOrig, int best, Move bestMove,
-                         int staticEval) {
+                         int staticEval, int extension = 0) {
     TtEntry e{};
     e.move = bestMove;
+    e.extension = static_cast<uint8_t>(extension);
     e.score = static_cast<int16_t>(scoreToTt(best, ply));
     e.depth = static_cast<int16_t>(depth);
     e.staticEval = static_cast<int16_t>(staticEval);
@@ -182,9 +183,10 @@ inline void storeBounded(const Position& pos, int ply, int depth, int alphaOrig,
     tt.store(pos, e);
 }
 
-inline void lowerBound(const Position& pos, int ply, int depth, int score, Move m, int staticEval) {
+inline void lowerBound(const Position& pos, int ply, int depth, int score, Move m, int staticEval,
+                       int extension = 0) {
     TtEntry e{};
-    tt.storeLowerBound(e, pos, depth, ply, score, m, staticEval);
+    tt.storeLowerBound(e, pos, depth, ply, score, m, staticEval, extension);
 }
 
 }  // namespace quarn

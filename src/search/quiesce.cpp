@@ -64,8 +64,8 @@ struct QNode {
 };
 
 // 4. In check: every evasion, but when the node is hopeless anyway only captures (and the
-// hash move) survive, with the static score as the floor. A single evasion extends the check
-// allowance by two, several by one; with three or more the chain stops giving checks.
+// hash move) survive, with the static score as the floor. A single evasion sets the check
+// allowance to one, two evasions leave it, three or more end the chain's checks.
 bool evasionsEnd(SearchThread& t, QNode& q, Move* moves, Move*& end, int& result) {
     const Position& pos = t.pos;
     end = generateEvasions(pos, moves);
@@ -92,8 +92,6 @@ bool evasionsEnd(SearchThread& t, QNode& q, Move* moves, Move*& end, int& result
         }
     }
     orderEvasions(pos, moves, end, q.hashMove);
-    const Move extension = static_cast<Move>(evasions == 1 ? 2 : 1) << kExtensionShift;
-    for (Move* it = moves; it != end; ++it) *it = (*it & kIdentityMask) | extension;
     if (q.checkDepth < 2) {
         if (evasions == 1)
             q.checkDepth = 1;

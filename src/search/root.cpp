@@ -216,7 +216,7 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
             root.bestMove = m;
             root.rootPv[0] = m;
             int i = 0;
-            for (; i + 1 < kMaxPly - 1 && t.pv[1][i]; ++i) root.rootPv[i + 1] = t.pv[1][i] & kIdentityMask;
+            for (; i + 1 < kMaxPly - 1 && t.pv[1][i]; ++i) root.rootPv[i + 1] = t.pv[1][i];
             root.rootPv[i + 1] = 0;
             storeRoot(root, depth, score, m, BOUND_LOWER);
             reportNewPv(root, depth, score, m);

@@ -141,8 +141,10 @@ struct Node {
     bool pvNode, inCheck, reductionsOn;
     int staticEval;
     Move hashMove, threat;
+    int hashExtension;  // what the hash move earned when it was stored
     int alphaOrig, best;
     Move bestMove;
+    int bestExtension;  // what the best move was extended by, for the table
 };
 
 // 5. Null move: pass, and if a shallow search still beats beta the node is not worth a full
@@ -199,6 +201,9 @@ bool deepeningEnds(SearchThread& t, Node& n, int& result) {
         return true;
     }
     n.hashMove = t.pv[n.ply][0];
+    // The shallow search stored the move with the extension it earned.
+    TtEntry e;
+    n.hashExtension = n.hashMove && tt.probe(t.pos, e) && e.move == n.hashMove ? e.extension : 0;
     if (s < n.beta && s < n.alpha && s < -kMateFound) return true;
     return s >= n.beta && s > kMateFound;
 }
@@ -209,9 +214,9 @@ bool deepeningEnds(SearchThread& t, Node& n, int& result) {
 bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result) {
     if (!n.hashMove) return false;
     Position& pos = t.pos;
-    const Move m = n.hashMove & kIdentityMask;
-    int extension = static_cast<int>(n.hashMove >> kExtensionShift);
-    if (extension == 0) extension = recaptureExtension(pos, m, n.depth);
+    const Move m = n.hashMove;
+    const int earned = n.hashExtension;
+    const int extension = earned ? earned : recaptureExtension(pos, m, n.depth);
     playMove(t, m);
     const int s = -search(t, n.ply + 1, n.depth - 1 + extension, -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
     takeBack(pos, m, saved);
@@ -219,14 +224,15 @@ bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result)
     if (t.stopped()) return true;
     if (s >= n.beta) {
         if (!n.inCheck && isQuiet(m)) updateKillers(t, n.ply, m);
-        setSinglePv(t, n.ply, n.hashMove);
-        lowerBound(pos, n.ply, n.depth, s, n.hashMove, n.staticEval);
+        setSinglePv(t, n.ply, m);
+        lowerBound(pos, n.ply, n.depth, s, m, n.staticEval, earned);
         ++t.stats.cutNodes;
         ++t.stats.firstMoveCuts;
         result = s;
         return true;
     }
-    raiseBest(t, n.ply, n.hashMove, s, n.best, n.bestMove, n.alpha);
+    raiseBest(t, n.ply, m, s, n.best, n.bestMove, n.alpha);
+    n.bestExtension = earned;
     return false;
 }
 
@@ -265,7 +271,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
     if (marking) tactics = tacticalContext(pos, n.alpha - n.staticEval);
     const int futility = futilityValue(pos, n);
     Move cutMove = 0;
-    int cutScore = 0;
+    int cutScore = 0, cutExtension = 0;
     for (Move* it = moves; it != end; ++it) {
         const Move m = *it;
         if (n.hashMove && sameMove(m, n.hashMove)) continue;
@@ -281,6 +287,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
             if (futility > n.best) {
                 n.best = futility;
                 n.bestMove = m;
+                n.bestExtension = 0;
             }
             continue;
         }
@@ -307,6 +314,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
                 if (s > n.best) {
                     n.best = s;
                     n.bestMove = m;
+                    n.bestExtension = 0;
                 }
                 continue;
             }
@@ -326,28 +334,29 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         takeBack(pos, m, saved);
         if (t.stopped()) return stopScore();
         if (s > n.best) {
-            const Move candidate = m | (static_cast<Move>(singleReply) << kExtensionShift);
             if (s >= n.beta) {
-                cutMove = candidate;
+                cutMove = m;
                 cutScore = s;
+                cutExtension = singleReply;
                 t.stats.killerCuts += killer;
                 t.stats.firstMoveCuts += !n.hashMove && it == moves;
                 break;
             }
             t.stats.pvNodes += s > n.alpha;
-            raiseBest(t, ply, candidate, s, n.best, n.bestMove, n.alpha);
+            raiseBest(t, ply, m, s, n.best, n.bestMove, n.alpha);
+            n.bestExtension = singleReply;
         }
     }
     // 8.6 Cut-off: a lower bound, and a quiet refutation becomes a killer.
     if (cutMove) {
         if (!n.inCheck && isQuiet(cutMove)) updateKillers(t, ply, cutMove);
         setSinglePv(t, ply, cutMove);
-        lowerBound(pos, ply, n.depth, cutScore, cutMove, n.staticEval);
+        lowerBound(pos, ply, n.depth, cutScore, cutMove, n.staticEval, cutExtension);
         ++t.stats.cutNodes;
         return cutScore;
     }
     // 8.7 All-node or PV node.
-    storeBounded(pos, ply, n.depth, n.alphaOrig, n.best, n.bestMove, n.staticEval);
+    storeBounded(pos, ply, n.depth, n.alphaOrig, n.best, n.bestMove, n.staticEval, n.bestExtension);
     if (n.alphaOrig >= n.best) {
         ++t.stats.allNodes;
     } else {
@@ -362,7 +371,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
 
 void takeBack(Position& pos, Move m, const UndoState& saved) {
     if (m) {
-        unmakeMove(pos, m & kIdentityMask, saved);
+        unmakeMove(pos, m, saved);
         return;
     }
     --pos.ply;
@@ -379,7 +388,6 @@ void makeSearchNullMove(Position& pos) {
 
 void updateKillers(SearchThread& t, int ply, Move m) {
     Move(&k)[2] = t.killers[ply];
-    m &= kIdentityMask;
     // A move already in slot 1 swaps up; any other move replaces slot 0 only.
     if (m == k[1]) k[1] = k[0];
     k[0] = m;
@@ -409,6 +417,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     if (probe.cut) return probe.score;
     n.staticEval = probe.staticEval;
     n.hashMove = probe.hashMove;
+    n.hashExtension = probe.hashExtension;
     // 4. Too deep to go on, or no room left in the position's history; mate-distance pruning.
     if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return n.staticEval;
     if (alpha > kMateThreshold && alpha >= mateIn(ply + 1)) return alpha;
@@ -432,6 +441,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     n.alphaOrig = n.alpha;
     n.best = -kInfinity;
     n.bestMove = 0;
+    n.bestExtension = 0;
     const UndoState saved = pos.state;
     if (hashMoveEnds(t, n, saved, result)) return result;
     return moveLoop(t, n, saved);

@@ -15,12 +15,14 @@ enum TtBound : uint8_t { BOUND_NONE = 0, BOUND_EXACT = 1, BOUND_LOWER = 2, BOUND
 
 // Bytes   field
 // 0-3     check: high 32 bits of the key XOR its low 32 bits (the side to move is not in it)
-// 4-7     move: best or refutation move, 0 = none; bits 30-31 carry the node's extension
+// 4-7     move: best or refutation move, 0 = none
 // 8-9     score: mate scores made relative to the stored node (scoreToTt)
 // 10-11   depth: remaining depth of the search that wrote the entry
 // 12-13   staticEval: the position's static evaluation, so a hit need not evaluate again
 // 14      generation: the table's generation when the entry was written
-// 15      bound: TtBound
+// 15      bits 0-3 bound: TtBound; bits 4-7 extension: the plies the full-width search
+//         extended the move by (a single reply), so that it is extended again as the hash
+//         move; the quiescence search stores 0
 // An all-zero entry is empty.
 struct TtEntry {
     uint32_t check;
@@ -29,7 +31,8 @@ struct TtEntry {
     int16_t depth;
     int16_t staticEval;
     uint8_t generation;
-    uint8_t bound;
+    uint8_t bound : 4;
+    uint8_t extension : 4;
 };
 static_assert(sizeof(TtEntry) == 16, "four entries must fill one cache line");
 
@@ -73,7 +76,7 @@ public:
     // The beta cut-off store: a lower bound with the score made relative to the node at `ply`.
     // `entry` is filled as written.
     void storeLowerBound(TtEntry& entry, const Position& pos, int depth, int ply, int score,
-                         Move move, int staticEval);
+                         Move move, int staticEval, int extension = 0);
     // Zeroes every way of the position's bucket that holds its check; true if any did.
     bool remove(const Position& pos);
     void newSearch() { ++generation_; }
@@ -131,7 +134,10 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
     entry.check = ttCheck(pos.hashKey);
     entry.generation = generation_;
     // An upper bound's move is only the best of moves that all failed: not worth keeping.
-    if (entry.bound == BOUND_UPPER) entry.move = 0;
+    if (entry.bound == BOUND_UPPER) {
+        entry.move = 0;
+        entry.extension = 0;
+    }
 
     for (uint32_t i = 0; i < kWays; ++i) {
         TtEntry& e = entries_[home ^ i];
@@ -145,7 +151,10 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
             if (e.bound == BOUND_LOWER && entry.score <= e.score) return;
             if (e.bound == BOUND_UPPER && entry.score >= e.score) return;
         }
-        if (entry.move == 0) entry.move = e.move;
+        if (entry.move == 0) {
+            entry.move = e.move;
+            entry.extension = e.extension;
+        }
         e = entry;
         ++updates;
         return;
@@ -171,8 +180,9 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
 }
 
 inline void Tt::storeLowerBound(TtEntry& entry, const Position& pos, int depth, int ply, int score,
-                                Move move, int staticEval) {
+                                Move move, int staticEval, int extension) {
     entry.move = move;
+    entry.extension = static_cast<uint8_t>(extension);
     entry.score = static_cast<int16_t>(scoreToTt(score, ply));
     entry.depth = static_cast<int16_t>(depth);
     entry.staticEval = static_cast<int16_t>(staticEval);

@@ -175,24 +175,33 @@ TEST(SearchPruning, NoNullMoveWithOnlyKnightsAndPawns) {
 TEST(SearchTable, PvNodeTakesNoCutoffFromAnExactEntry) {
     for (const uint32_t flags : {uint32_t{NODE_PV}, uint32_t{NODE_CUT}}) {
         SearchThread& t = nodeSearcher(kQueenUp);
-        tt.store(t.pos, TtEntry{0, 0, -777, 30, int16_t(evaluate(*t.eval)), 0, BOUND_EXACT});
+        tt.store(t.pos, TtEntry{0, 0, -777, 30, int16_t(evaluate(*t.eval)), 0, BOUND_EXACT, 0});
         const int score = search(t, 1, 2, -kWide, kWide, flags);
         EXPECT_TRUE(flags == NODE_PV ? score > 400 : score == -777) << score;
     }
 }
 
-// A single reply is extended on every visit: the table keeps the extension with the move, also
-// once the move comes back as the hash move (Rb1 is White's only way out of check).
-TEST(SearchTable, SingleReplyKeepsItsExtensionInTheTable) {
+// A single reply is extended on every visit: the table keeps the extension beside the move, also
+// once the move comes back as the hash move (Rb1 is White's only way out of check). The
+// quiescence search extends nothing: an entry it stores for a position in check carries no
+// extension, or the full-width search would extend its hash move there by accident (Ka2 is
+// White's only way out of the rook's check).
+TEST(SearchTable, OnlyTheFullWidthSearchStoresExtensions) {
     SearchThread& t = nodeSearcher("1R6/k7/8/8/8/8/6PP/r6K w - - 0 1");
     for (int visit = 1; visit <= 3; ++visit) {
         search(t, 1, 3, -kWide, kWide, NODE_PV);
         TtEntry e;
         ASSERT_TRUE(tt.probe(t.pos, e));
-        EXPECT_EQ(e.move & kIdentityMask, parseMove(t.pos, "Rb1")) << "visit " << visit;
-        EXPECT_EQ(e.move >> 30, 1u) << "visit " << visit;
-        EXPECT_EQ(t.pv[1][0] >> 30, 1u) << "visit " << visit;
+        EXPECT_EQ(e.move, parseMove(t.pos, "Rb1")) << "visit " << visit;
+        EXPECT_EQ(e.extension, 1) << "visit " << visit;
+        EXPECT_EQ(t.pv[1][0], e.move) << "visit " << visit;
     }
+    SearchThread& q = nodeSearcher("1r5k/8/8/8/8/8/8/K6r w - - 0 1");
+    quiesce(q, 1, 2, -kWide, kWide, NODE_PV | FROM_SEARCH);
+    TtEntry e;
+    ASSERT_TRUE(tt.probe(q.pos, e));
+    EXPECT_EQ(e.move, parseMove(q.pos, "Ka2"));
+    EXPECT_EQ(e.extension, 0);
 }
 
 // Mates found beyond depth 3, where windows open around the last score (the second position

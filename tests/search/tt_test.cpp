@@ -23,7 +23,7 @@ protected:
     void TearDown() override { table.release(); }
     void put(int depth, TtBound bound, int score = 0, Move move = 0, int staticEval = 0) {
         table.store(pos, TtEntry{0, move, int16_t(score), int16_t(depth), int16_t(staticEval), 0,
-                                 bound});
+                                 bound, 0});
     }
     bool hit(const Position& p) { return table.probe(p, e); }
 
@@ -137,13 +137,13 @@ TEST_F(TtTest, ProbeSkipsWaysWithImpossibleMoves) {
     const uint32_t check = ttCheck(pos.hashKey);
     for (const auto& c : cases) {
         table.clear();
-        table.way(pos, 0) = TtEntry{check, moves[c.first], 7, 3, 0, 1, BOUND_EXACT};
-        table.way(pos, 2) = TtEntry{check, moves[c.second], 8, 3, 0, 1, BOUND_EXACT};
+        table.way(pos, 0) = TtEntry{check, moves[c.first], 7, 3, 0, 1, BOUND_EXACT, 0};
+        table.way(pos, 2) = TtEntry{check, moves[c.second], 8, 3, 0, 1, BOUND_EXACT, 0};
         EXPECT_EQ(hit(pos), c.hit) << c.first << " " << c.second;
         EXPECT_TRUE(!c.hit || e.move == moves[c.found]) << c.first << " " << c.second;
     }
     // remove clears the matching ways only.
-    table.way(pos, 1) = TtEntry{check ^ 1, 0, 9, 3, 0, 1, BOUND_EXACT};
+    table.way(pos, 1) = TtEntry{check ^ 1, 0, 9, 3, 0, 1, BOUND_EXACT, 0};
     EXPECT_TRUE(table.remove(pos));
     EXPECT_EQ(table.way(pos, 0).check | table.way(pos, 2).check, 0u);
     EXPECT_EQ(table.way(pos, 1).score, 9);
@@ -164,7 +164,7 @@ TEST_F(TtTest, ReplacementPrefersShallowAndOldEntries) {
         table.resetCounters();
         for (uint32_t i = 0; i < 4; ++i)
             table.way(pos, i) = TtEntry{check + 1 + i, 0, 0, int16_t(c.depth[i]), 0,
-                                        uint8_t(c.old[i] ? 1 : 2), BOUND_LOWER};
+                                        uint8_t(c.old[i] ? 1 : 2), BOUND_LOWER, 0};
         put(6, BOUND_LOWER);
         for (uint32_t i = 0; i < 4; ++i)
             EXPECT_EQ(table.way(pos, i).check, i == uint32_t(c.victim) ? check : check + 1 + i)
