@@ -118,6 +118,7 @@ void prepareSearch(int depth, uint32_t ms, int64_t nodes) {
     initThreads();
     setQuiet(true);
     tt.clear();
+    clearSearchHistory();
     SearchLimits limits;
     limits.depth = depth;
     limits.nodes = nodes;

@@ -8,15 +8,17 @@ namespace quarn {
 namespace {
 
 constexpr int kHashScore = 32767;
-constexpr int kKillerScores[2] = {1024, 1023};
-constexpr int kOlderKillerScores[2] = {1022, 1021};  // killers of two plies up
-constexpr int kYoungerKillerScores[2] = {1018, 1017};  // killers of two plies down
-constexpr int kWinningCapture = 4096;
-constexpr int kLosingCapture = 512;
-constexpr int kFarRankPawn = 768;
-constexpr int kQuietKnight = 10;
-constexpr int kSortedPlaces = 8;
-constexpr int kYoungerKillerPlyLimit = 62;
+// Move score tiers of the full-width search, far apart so that no history value crosses them.
+constexpr int kHashTier = 1 << 30;
+constexpr int kWinningCaptureTier = 1 << 28;
+constexpr int kKillerTier = 1 << 27;
+constexpr int kFarRankPawnTier = 1 << 26;
+constexpr int kLosingCaptureTier = -(1 << 28);
+// Ahead of the other losing captures, still behind every quiet move.
+constexpr int kThreatCaptureBonus = 1 << 20;
+// A quiet move out of an attack gains this much per point of the mover's order value: a queen
+// escaping (10 points) outweighs most history values, a pawn (1) tips near ties.
+constexpr int kSafetyWeight = 256;
 
 // Bonus for a quiet evasion onto a square our pawn guards, by the mover's type.
 constexpr int kPawnGuardBonus[8] = {0, 64, 32, 32, 0, -128, 0, 0};
@@ -46,62 +48,61 @@ void selectBest(Move* moves, int* scores, int count, int places) {
     }
 }
 
-Move* orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Move threatMove,
-                 Move hashMove) {
+void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int count, Move threatMove,
+                Move hashMove, int* scores, uint8_t* early) {
     const Position& pos = thread.pos;
     const Move(&killers)[2] = thread.killers[ply];
+    const QuietHistory& h = *thread.history;
+    const int side = static_cast<int>(pos.sideToMove);
+    const uint16_t prev1 = thread.moveKeys[ply + 1], prev2 = thread.moveKeys[ply];
+    const Move counter = h.counter[prev1];
     const Bitboard attacked = pos.state.enemyAttacks;
-    int scores[kMaxMoves];
-    int early = 0;
-    const int count = static_cast<int>(end - first);
     for (int i = 0; i < count; ++i) {
-        const Move m = first[i];
-        int score = 0;
+        const Move m = moves[i];
+        const int from = fromSquare(m), to = toSquare(m);
+        const int type = typeOf(pos.board[from]);
+        const int safety = moverSafety(attacked, m, kOrderValue[type]);
+        int score;
         bool isEarly = false;
         if (hashMove && sameMove(m, hashMove)) {
-            score = kHashScore;
+            score = kHashTier;
             isEarly = true;
+        } else if (m & kCaptureOrPromotion) {
+            const int victim = kOrderValue[typeOf(pos.board[to])];
+            if (see(pos, m) >= 0) {
+                score = kWinningCaptureTier + victim * kVictimWeight + safety;
+                isEarly = true;
+            } else {
+                score = kLosingCaptureTier + victim * kVictimWeight + safety;
+                // A losing capture that takes the piece behind the threat may still help.
+                if (threatMove && to == fromSquare(threatMove)) score += kThreatCaptureBonus;
+            }
         } else if (sameMove(m, killers[0])) {
-            score = kKillerScores[0];
+            score = kKillerTier + 2;
             isEarly = true;
         } else if (sameMove(m, killers[1])) {
-            score = kKillerScores[1];
-        } else if (ply > 2 && sameMove(m, thread.killers[ply - 2][0])) {
-            score = kOlderKillerScores[0];
-        } else if (ply > 2 && sameMove(m, thread.killers[ply - 2][1])) {
-            score = kOlderKillerScores[1];
-        } else if (ply < kYoungerKillerPlyLimit && sameMove(m, thread.killers[ply + 2][0])) {
-            score = kYoungerKillerScores[0];
-        } else if (ply < kYoungerKillerPlyLimit && sameMove(m, thread.killers[ply + 2][1])) {
-            score = kYoungerKillerScores[1];
+            score = kKillerTier + 1;
+        } else if (sameMove(m, counter)) {
+            score = kKillerTier;
         } else {
-            const int from = fromSquare(m), to = toSquare(m);
-            const int mover = kOrderValue[typeOf(pos.board[from])];
-            if (m & kCaptureOrPromotion) {
-                const int victim = kOrderValue[typeOf(pos.board[to])];
-                if (see(pos, m) >= 0) {
-                    score = victim * kVictimWeight + kWinningCapture;
-                    isEarly = true;
-                } else {
-                    score = (victim - kLosingCapture) * kVictimWeight;
-                    // A losing capture that takes the piece behind the threat may still help.
-                    if (threatMove && to == fromSquare(threatMove)) score += kLosingCapture;
-                }
-            }
-            // A move out of an attack also wins ties against one that was never attacked.
-            score += moverSafety(attacked, m, mover) + ((attacked & squareBit[from]) ? 1 : 0);
-            if (typeOf(pos.board[from]) == PAWN && (kFarRanks & squareBit[to])) {
-                score += kFarRankPawn;
+            score = quietScore(h, side, m, continuationKey(pos, m), prev1, prev2) +
+                    safety * kSafetyWeight;
+            if (type == PAWN && (kFarRanks & squareBit[to])) {
+                score += kFarRankPawnTier;
                 isEarly = true;
-            } else if (typeOf(pos.board[from]) == KNIGHT && isQuiet(m)) {
-                score += kQuietKnight;
             }
         }
         scores[i] = score;
-        early += isEarly;
+        early[i] = isEarly;
     }
-    selectBest(first, scores, count, kSortedPlaces);
-    return first + early;
+}
+
+void orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Move hashMove) {
+    int scores[kMaxMoves];
+    uint8_t early[kMaxMoves];
+    const int count = static_cast<int>(end - first);
+    scoreMoves(thread, ply, first, count, 0, hashMove, scores, early);
+    for (int i = 0; i < count; ++i) pickBest(first, scores, early, i, count);
 }
 
 void orderEvasions(const Position& pos, Move* first, Move* end, Move hashMove) {

@@ -22,12 +22,34 @@ inline int moverSafety(Bitboard attacked, Move m, int mover) {
     return shift;
 }
 
-// Orders a node not in check: the hash move, killers, winning captures and pawn pushes to
-// the far ranks first. Only the first eight places are sorted. Returns the first late move:
-// the moves before it are the hash move, the first killer, winning captures and pawn moves
-// to ranks 1, 2, 7 and 8, wherever they ended up.
-Move* orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Move threatMove,
-                 Move hashMove);
+// Scores the moves of a node not in check, higher first: the hash move, winning captures, the
+// killers, the counter move, pawn moves to the far ranks, then the quiet moves by their
+// history, losing captures last. `early` marks the moves that are never late (reduced or
+// pruned): the hash move, winning captures, the first killer and pawn moves to ranks 1, 2, 7
+// and 8.
+void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int count, Move threatMove,
+                Move hashMove, int* scores, uint8_t* early);
+
+// The move loop's pick: brings the best-scored of moves[i..count) to place i.
+inline void pickBest(Move* moves, int* scores, uint8_t* early, int i, int count) {
+    int best = i;
+    for (int j = i + 1; j < count; ++j)
+        if (scores[j] > scores[best]) best = j;
+    if (best == i) return;
+    const Move m = moves[i];
+    moves[i] = moves[best];
+    moves[best] = m;
+    const int s = scores[i];
+    scores[i] = scores[best];
+    scores[best] = s;
+    const uint8_t e = early[i];
+    early[i] = early[best];
+    early[best] = e;
+}
+
+// Orders all moves of a node not in check as scoreMoves scores them (the quiescence search's
+// answer to a threat).
+void orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Move hashMove);
 
 // Orders the evasions of a node in check, the whole list: captures by victim and attacker,
 // king steps by square value, blocks guarded by a pawn.

@@ -76,6 +76,7 @@ void startThread(int index) {
     auto* t = new SearchThread();
     t->index = static_cast<uint32_t>(index);
     t->eval = new EvalContext();
+    t->history = new QuietHistory();
     initEvalContext(*t->eval, &t->pos);
     resizePawnTable(t->eval->pawnTable, kSearchPawnEntries);
     t->busy = true;  // until the thread announces itself idle
@@ -97,6 +98,7 @@ void endThread(int index) {
     t->handle.join();
     freeEvalContext(*t->eval);
     delete t->eval;
+    delete t->history;
     delete t;
     pool.threads[index] = nullptr;
 }
@@ -164,6 +166,11 @@ void waitIdle() {
 }
 
 void setSearchLines(SearchLines* lines) { pool.root.lines = lines; }
+
+void clearSearchHistory() {
+    waitIdle();
+    for (int i = 0; i < pool.threadCount; ++i) std::memset(pool.threads[i]->history, 0, sizeof(QuietHistory));
+}
 
 void shutdownThreads() {
     stopSearch();

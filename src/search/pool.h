@@ -41,6 +41,9 @@ void waitIdle();
 // Where every search from now on sends its console lines; none (the protocol, the benchmark)
 // turns them off.
 void setSearchLines(SearchLines* lines);
+// Forgets what the searches learned about quiet moves (a new game, or a search that must not
+// depend on the ones before it). Waits until every thread is idle.
+void clearSearchHistory();
 // Ends the threads (for a clean exit in tests and tools).
 void shutdownThreads();
 

@@ -161,7 +161,7 @@ bool standPatEnds(SearchThread& t, QNode& q, Move* moves, Move*& end, int& resul
     if (q.checkDepth != 0 && (mateThreat || (threatened && q.alpha >= q.staticEval - threatened))) {
         end = generateMoves(pos, moves);
         if (end == moves) return true;
-        orderMoves(t, q.ply, moves, end, 0, q.hashMove);
+        orderMoves(t, q.ply, moves, end, q.hashMove);
         q.best = -kInfinity;
         q.checkDepth /= 2;
         q.checksAllowed = false;

@@ -170,6 +170,7 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
         const int bias = rootBias(root, m);
         const int a = alpha - bias, b = beta - bias;
         const uint64_t before = nodesOf(root);
+        t.moveKeys[2] = continuationKey(pos, m);
         makeMove(pos, m);
         computeAttackInfo(pos);
         tt.prefetch(pos);

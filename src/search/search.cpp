@@ -159,6 +159,7 @@ bool nullMoveEnds(SearchThread& t, Node& n, int& result) {
         !(own.pieces[BISHOP] | own.pieces[ROOK] | own.pieces[QUEEN]) || n.staticEval - kNullMargin < n.beta)
         return false;
     const UndoState saved = pos.state;
+    t.moveKeys[n.ply + 2] = kNoContinuation;
     makeSearchNullMove(pos);
     ++t.stats.nullTries;
     const int s = -search(t, n.ply + 1, n.depth - 1 - kNullReduction, -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
@@ -208,6 +209,21 @@ bool deepeningEnds(SearchThread& t, Node& n, int& result) {
     return s >= n.beta && s > kMateFound;
 }
 
+// A quiet move cut off: it gains history (as a continuation of the moves before it too) and
+// becomes the counter move of the move before; the `tried` quiet moves searched before it in
+// vain lose as much. Out of check it becomes a killer as well.
+void rewardCutoff(SearchThread& t, const Node& n, Move m, const Move* tried, int triedCount) {
+    const Position& pos = t.pos;
+    QuietHistory& h = *t.history;
+    const int side = static_cast<int>(pos.sideToMove), bonus = historyBonus(n.depth);
+    const uint16_t prev1 = t.moveKeys[n.ply + 1], prev2 = t.moveKeys[n.ply];
+    if (!n.inCheck) updateKillers(t, n.ply, m);
+    rewardQuiet(h, side, m, continuationKey(pos, m), prev1, prev2, bonus);
+    for (int i = 0; i < triedCount; ++i)
+        rewardQuiet(h, side, tried[i], continuationKey(pos, tried[i]), prev1, prev2, -bonus);
+    if (prev1 != kNoContinuation) h.counter[prev1] = m;
+}
+
 // 7. The hash move, before any generation: it often cuts, and then nothing is generated. It
 // keeps the extension it earned when it was stored, and stores it again with the move: a
 // single reply is extended on every visit, not only the first.
@@ -217,13 +233,14 @@ bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result)
     const Move m = n.hashMove;
     const int earned = n.hashExtension;
     const int extension = earned ? earned : recaptureExtension(pos, m, n.depth);
+    t.moveKeys[n.ply + 2] = continuationKey(pos, m);
     playMove(t, m);
     const int s = -search(t, n.ply + 1, n.depth - 1 + extension, -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
     takeBack(pos, m, saved);
     result = stopScore();
     if (t.stopped()) return true;
     if (s >= n.beta) {
-        if (!n.inCheck && isQuiet(m)) updateKillers(t, n.ply, m);
+        if (isQuiet(m)) rewardCutoff(t, n, m, nullptr, 0);
         setSinglePv(t, n.ply, m);
         lowerBound(pos, n.ply, n.depth, s, m, n.staticEval, earned);
         ++t.stats.cutNodes;
@@ -258,12 +275,18 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         ++t.stats.mates;
         return n.inCheck ? matedIn(ply) : 0;
     }
-    const int singleReply = (n.inCheck && end - moves == 1) ? 1 : 0;
-    Move* lateStart = end;
+    const int count = static_cast<int>(end - moves);
+    const int singleReply = (n.inCheck && count == 1) ? 1 : 0;
+    // Evasions come sorted, and none is late; other moves are picked best first as the loop
+    // goes, so that a node cut off early sorts little.
+    int scores[kMaxMoves];
+    uint8_t early[kMaxMoves];
     if (n.inCheck)
         orderEvasions(pos, moves, end, n.hashMove);
     else
-        lateStart = orderMoves(t, ply, moves, end, n.threat, n.hashMove);
+        scoreMoves(t, ply, moves, count, n.threat, n.hashMove, scores, early);
+    Move quietsTried[kMaxMoves];
+    int quietCount = 0;
     // 8.2 A node behind alpha marks the moves that hit something: they are reduced less and
     // never pruned, since they are how the side behind catches up.
     const bool marking = n.staticEval <= n.alpha;
@@ -272,15 +295,16 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
     const int futility = futilityValue(pos, n);
     Move cutMove = 0;
     int cutScore = 0, cutExtension = 0;
-    for (Move* it = moves; it != end; ++it) {
-        const Move m = *it;
+    for (int i = 0; i < count; ++i) {
+        if (!n.inCheck) pickBest(moves, scores, early, i, count);
+        const Move m = moves[i];
         if (n.hashMove && sameMove(m, n.hashMove)) continue;
         const bool killer = sameMove(m, t.killers[ply][0]) || sameMove(m, t.killers[ply][1]);
         t.stats.killerTries += killer;
         // Once a move is found, the rest of a non-PV node are expected all-nodes.
         if (!n.pvNode && n.bestMove) n.flags = (n.flags & ~7u) + NODE_ALL;
         // 8.3 Futility pruning of late quiet moves; the margin stands in as their score.
-        const bool late = it >= lateStart;
+        const bool late = !n.inCheck && !early[i];
         const bool tactical = marking && isTactical(pos, tactics, m);
         if (late && futility < n.alpha && isQuiet(m) && !(tactical && see(pos, m) >= 0)) {
             ++t.stats.pruned;
@@ -294,6 +318,8 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         int extension = singleReply;
         if (!singleReply) extension = recaptureExtension(pos, m, n.depth);
         const int newDepth = n.depth - 1 + extension;
+        if (isQuiet(m)) quietsTried[quietCount++] = m;
+        t.moveKeys[ply + 2] = continuationKey(pos, m);
         playMove(t, m);
         int s;
         // 8.4 Late-move reduction: two plies (one for a tactical move) with a null window.
@@ -339,7 +365,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
                 cutScore = s;
                 cutExtension = singleReply;
                 t.stats.killerCuts += killer;
-                t.stats.firstMoveCuts += !n.hashMove && it == moves;
+                t.stats.firstMoveCuts += !n.hashMove && i == 0;
                 break;
             }
             t.stats.pvNodes += s > n.alpha;
@@ -347,9 +373,10 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
             n.bestExtension = singleReply;
         }
     }
-    // 8.6 Cut-off: a lower bound, and a quiet refutation becomes a killer.
+    // 8.6 Cut-off: a lower bound, and a quiet refutation becomes a killer and gains history
+    // over the quiet moves tried before it.
     if (cutMove) {
-        if (!n.inCheck && isQuiet(cutMove)) updateKillers(t, ply, cutMove);
+        if (isQuiet(cutMove)) rewardCutoff(t, n, cutMove, quietsTried, quietCount - 1);
         setSinglePv(t, ply, cutMove);
         lowerBound(pos, ply, n.depth, cutScore, cutMove, n.staticEval, cutExtension);
         ++t.stats.cutNodes;

@@ -10,6 +10,7 @@
 
 #include "board/position.h"
 #include "eval/evaluate.h"
+#include "search/history.h"
 
 namespace quarn {
 
@@ -49,6 +50,10 @@ struct SearchThread {
     int maxPly;         // deepest ply reached ("seldepth")
     Move pv[kMaxPly][kMaxPly];
     Move killers[kMaxPly][2];
+    QuietHistory* history;  // owned; large, so on the heap; kept from search to search
+    // moveKeys[ply + 2]: the continuation key of the move made at `ply` (kNoContinuation for a
+    // null move); the two entries before the root stay kNoContinuation.
+    uint16_t moveKeys[kMaxPly + 2];
     std::atomic<uint8_t> stopFlag;
     UndoState savedState;  // the root state, taken at every wake-up
     uint32_t savedFiftyStart;

@@ -72,6 +72,7 @@ unsigned long long benchNodes(int depth, double* seconds) {
     for (const char* fen : kBenchPositions) {
         if (!setFen(pos, fen)) continue;
         tt.clear();
+        clearSearchHistory();
         SearchLimits limits;
         limits.depth = depth;
         timeControl.apply(limits);

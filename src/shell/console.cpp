@@ -200,7 +200,10 @@ LineOutcome consoleCommand(char* input, size_t length) {
         printBoard(game, stdout, false);
     } else if (!std::strcmp(word, "g")) {
         const char* next = hadBlank ? std::strtok(nullptr, " ") : nullptr;
-        if (!next || std::strcmp(next, "tt") != 0) tt.clear();
+        if (!next || std::strcmp(next, "tt") != 0) {
+            tt.clear();
+            clearSearchHistory();
+        }
         pool.interruptible.store(true);
         timeControl.apply(consoleLimits);
         startSearch(game, &consoleResult);

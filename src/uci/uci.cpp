@@ -120,6 +120,9 @@ void Uci::onIsReady() {
 
 void Uci::onNewGame() {
     if (verbose_) logProtocol("newgame!", nullptr);
+    // What the last game taught the search about quiet moves does not carry over; a search
+    // still running keeps its own until it ends.
+    if (!searchRunning()) clearSearchHistory();
     outOfBookPly_ = 0;
     outOfBookKey_ = 0;
 }
