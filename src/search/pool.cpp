@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 
+#include "search/search.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/clock.h"
@@ -122,6 +123,7 @@ void setThreads(int n) {
 }
 
 void initThreads() {
+    initSearchTables();
     if (pool.threadCount == 0) {
         startThread(0);
         pool.threadCount = 1;

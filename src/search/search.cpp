@@ -2,6 +2,8 @@
 // move, then the generated moves with futility pruning and late-move reductions.
 #include "search/search.h"
 
+#include <cmath>
+
 #include "board/movegen.h"
 #include "eval/evaluate.h"
 #include "eval/see.h"
@@ -37,9 +39,17 @@ constexpr int kRecaptureDepth = 4;
 // that stays below alpha by the margin of its depth even after such a gain can skip the move.
 constexpr int kFutilityDepth = 5;
 constexpr int kFutilityMargin[kFutilityDepth + 1] = {0, 50, 50, 250, 550, 1150};
-// Late moves are reduced two plies, and a move that hits something one: those are the moves
-// most likely to turn a node, so they lose less depth.
-constexpr int kReduction = 2, kTacticalReduction = 1;
+// Late moves lose plies by depth and move number: the later a move comes in a well-ordered
+// list and the more depth is left, the less likely it is to turn the node, and the more a
+// shallower look saves. Natural logarithms of both, scaled so that the fifth move at depth 8
+// loses two plies. No reduction below depth 3, where the saving is small.
+constexpr double kReductionBase = 0.5;
+constexpr double kReductionDivisor = 2.0;
+constexpr int kReductionDepth = 3;
+constexpr int kReductionTableSize = 64;
+// Quiet moves with a good history are reduced a ply less per this much of it (the three tables
+// together), a bad one a ply more.
+constexpr int kHistoryReductionUnit = 8192;
 // A node behind alpha counts as tactical the moves that attack a piece worth the gap: behind
 // by less than a queen (11 pawns, counted generously) hitting the queen could catch up.
 constexpr int kQueenGap = 1100, kRookGap = 700, kBishopGap = 500;
@@ -130,6 +140,15 @@ int recaptureExtension(const Position& pos, Move m, int depth) {
     const Move last = pos.moveHistory[pos.ply];
     if (!last || !capturedCode(last) || toSquare(last) != toSquare(m)) return 0;
     return see(pos, m) >= 1 ? 1 : 0;
+}
+
+// Plies a late move loses, by depth and move number (both capped at the table's size).
+int reductionTable[kReductionTableSize][kReductionTableSize];
+
+int lateReduction(int depth, int moveNumber) {
+    const int d = depth < kReductionTableSize ? depth : kReductionTableSize - 1;
+    const int n = moveNumber < kReductionTableSize ? moveNumber : kReductionTableSize - 1;
+    return reductionTable[d][n];
 }
 
 bool timeToCheckLimits(const SearchThread& t) { return (t.stats.nodes & kLimitCheckMask) == 0; }
@@ -263,138 +282,182 @@ int futilityValue(const Position& pos, const Node& n) {
     return heavy ? n.staticEval + kFutilityMargin[n.depth] : kInfinity;
 }
 
-// 8. The generated moves. A single evasion extends every move of the node; late quiet moves
-// may be pruned by futility or reduced. Returns the node's score.
+// The generated moves of a node, in the order the loop picks them, and the quiet moves it has
+// searched so far (they lose history when a later one cuts off).
+struct MoveList {
+    Move moves[kMaxMoves];
+    int scores[kMaxMoves];
+    uint8_t early[kMaxMoves];
+    int count;
+    Move quietsTried[kMaxMoves];
+    int quietCount;
+};
+
+// What the node knows before its move loop: the tactical marks, the futility value and the
+// single-reply extension.
+struct LoopContext {
+    bool marking;
+    TacticalContext tactics;
+    int futility;
+    int singleReply;
+};
+
+// What the loop does with one move: skip it, or search it `extension` plies deeper, first
+// `reduction` plies shallower with a null window.
+struct MovePlan {
+    bool pruned;
+    bool tactical;
+    int extension;
+    int reduction;
+};
+
+// 8.2 The plan of one move. A late quiet move below the futility value is pruned (unless it is
+// tactical and safe); a single evasion or a winning recapture is extended; a late move is
+// reduced by the table, less in a PV node, for a tactical move, a killer or counter move, and
+// for a move with a good history, more for one with a bad history.
+MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, int moveNumber,
+                  bool late) {
+    const Position& pos = t.pos;
+    MovePlan p{false, c.marking && isTactical(pos, c.tactics, m), 0, 0};
+    if (late && c.futility < n.alpha && isQuiet(m) && !(p.tactical && see(pos, m) >= 0)) {
+        p.pruned = true;
+        return p;
+    }
+    p.extension = c.singleReply ? c.singleReply : recaptureExtension(pos, m, n.depth);
+    if (!late || !n.reductionsOn || n.depth < kReductionDepth) return p;
+    int r = lateReduction(n.depth, moveNumber);
+    if (n.pvNode) --r;
+    if (p.tactical) --r;
+    if (isQuiet(m)) {
+        const int ply = n.ply;
+        if (sameMove(m, t.killers[ply][1]) || sameMove(m, t.history->counter[t.moveKeys[ply + 1]])) --r;
+        const int h = quietScore(*t.history, static_cast<int>(pos.sideToMove), m, continuationKey(pos, m),
+                                 t.moveKeys[ply + 1], t.moveKeys[ply]);
+        r -= h / kHistoryReductionUnit;
+    }
+    const int newDepth = n.depth - 1 + p.extension;
+    p.reduction = r < 0 ? 0 : r > newDepth - 1 ? newDepth - 1 : r;
+    return p;
+}
+
+// 8.3 Searches one move after its plan: a reduced null-window search first, which stands when
+// it fails low (unless a tactical move was refuted by a quiet reply); then full depth, in a PV
+// node with a null window first once a move is found. The move is made and taken back here.
+int searchMove(SearchThread& t, Node& n, Move m, const MovePlan& p, const UndoState& saved) {
+    const int ply = n.ply, newDepth = n.depth - 1 + p.extension;
+    t.moveKeys[ply + 2] = continuationKey(t.pos, m);
+    playMove(t, m);
+    int s;
+    if (p.reduction > 0) {
+        ++t.stats.reduceTries;
+        s = -search(t, ply + 1, newDepth - p.reduction, -n.alpha - 1, -n.alpha, REDUCED_CHILD | NULL_ALLOWED | NODE_CUT);
+        const Move reply = t.pv[ply + 1][0];
+        const bool quietRefutation = p.tactical && reply && !capturedCode(reply);
+        if (t.stopped() || (!quietRefutation && s <= n.alpha)) {
+            takeBack(t.pos, m, saved);
+            return s;
+        }
+        ++t.stats.reduceFails;
+    }
+    if (n.pvNode) {
+        bool searched = false;
+        if (n.bestMove) {
+            s = -search(t, ply + 1, newDepth, -n.alpha - 1, -n.alpha, NULL_ALLOWED | NODE_CUT);
+            searched = t.stopped() || s <= n.alpha;
+        }
+        if (!searched) s = -search(t, ply + 1, newDepth, -n.beta, -n.alpha, NODE_PV);
+    } else {
+        s = -search(t, ply + 1, newDepth, -n.beta, -n.alpha, (n.flags ^ kSwapExpectation) | NULL_ALLOWED);
+    }
+    takeBack(t.pos, m, saved);
+    return s;
+}
+
+// A move that scored `s` without beating beta: the best so far if it beat that.
+void noteScore(SearchThread& t, Node& n, Move m, int s, int extension) {
+    if (s <= n.best) return;
+    t.stats.pvNodes += s > n.alpha;
+    raiseBest(t, n.ply, m, s, n.best, n.bestMove, n.alpha);
+    n.bestExtension = extension;
+}
+
+// 8. The generated moves, picked best first; each is planned, then pruned or searched.
+// Returns the node's score.
 int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
     Position& pos = t.pos;
     const int ply = n.ply;
-    // 8.1 Generation and ordering; no move is mate or stalemate.
-    Move moves[kMaxMoves];
-    Move* end = n.inCheck ? generateEvasions(pos, moves) : generateAll(pos, moves);
-    if (end == moves) {
+    // 8.1 Generation and ordering; no move is mate or stalemate. Evasions come sorted, and none
+    // is late; other moves are picked best first as the loop goes, so that a node cut off early
+    // sorts little. A node behind alpha marks the moves that hit something: they are reduced
+    // less and never pruned, since they are how the side behind catches up.
+    MoveList list;
+    Move* end = n.inCheck ? generateEvasions(pos, list.moves) : generateAll(pos, list.moves);
+    list.count = static_cast<int>(end - list.moves);
+    list.quietCount = 0;
+    if (list.count == 0) {
         ++t.stats.mates;
         return n.inCheck ? matedIn(ply) : 0;
     }
-    const int count = static_cast<int>(end - moves);
-    const int singleReply = (n.inCheck && count == 1) ? 1 : 0;
-    // Evasions come sorted, and none is late; other moves are picked best first as the loop
-    // goes, so that a node cut off early sorts little.
-    int scores[kMaxMoves];
-    uint8_t early[kMaxMoves];
+    LoopContext c{n.staticEval <= n.alpha, {}, futilityValue(pos, n), (n.inCheck && list.count == 1) ? 1 : 0};
     if (n.inCheck)
-        orderEvasions(pos, moves, end, n.hashMove);
+        orderEvasions(pos, list.moves, end, n.hashMove);
     else
-        scoreMoves(t, ply, moves, count, n.threat, n.hashMove, scores, early);
-    Move quietsTried[kMaxMoves];
-    int quietCount = 0;
-    // 8.2 A node behind alpha marks the moves that hit something: they are reduced less and
-    // never pruned, since they are how the side behind catches up.
-    const bool marking = n.staticEval <= n.alpha;
-    TacticalContext tactics{};
-    if (marking) tactics = tacticalContext(pos, n.alpha - n.staticEval);
-    const int futility = futilityValue(pos, n);
-    Move cutMove = 0;
-    int cutScore = 0, cutExtension = 0;
-    for (int i = 0; i < count; ++i) {
-        if (!n.inCheck) pickBest(moves, scores, early, i, count);
-        const Move m = moves[i];
+        scoreMoves(t, ply, list.moves, list.count, n.threat, n.hashMove, list.scores, list.early);
+    if (c.marking) c.tactics = tacticalContext(pos, n.alpha - n.staticEval);
+    int moveNumber = n.hashMove ? 1 : 0;
+    for (int i = 0; i < list.count; ++i) {
+        if (!n.inCheck) pickBest(list.moves, list.scores, list.early, i, list.count);
+        const Move m = list.moves[i];
         if (n.hashMove && sameMove(m, n.hashMove)) continue;
+        ++moveNumber;
         const bool killer = sameMove(m, t.killers[ply][0]) || sameMove(m, t.killers[ply][1]);
         t.stats.killerTries += killer;
         // Once a move is found, the rest of a non-PV node are expected all-nodes.
         if (!n.pvNode && n.bestMove) n.flags = (n.flags & ~7u) + NODE_ALL;
-        // 8.3 Futility pruning of late quiet moves; the margin stands in as their score.
-        const bool late = !n.inCheck && !early[i];
-        const bool tactical = marking && isTactical(pos, tactics, m);
-        if (late && futility < n.alpha && isQuiet(m) && !(tactical && see(pos, m) >= 0)) {
+        const MovePlan p = planMove(t, n, c, m, moveNumber, !n.inCheck && !list.early[i]);
+        if (p.pruned) {
+            // The futility value stands in as the pruned move's score.
             ++t.stats.pruned;
-            if (futility > n.best) {
-                n.best = futility;
-                n.bestMove = m;
-                n.bestExtension = 0;
-            }
+            noteScore(t, n, m, c.futility, 0);
             continue;
         }
-        int extension = singleReply;
-        if (!singleReply) extension = recaptureExtension(pos, m, n.depth);
-        const int newDepth = n.depth - 1 + extension;
-        if (isQuiet(m)) quietsTried[quietCount++] = m;
-        t.moveKeys[ply + 2] = continuationKey(pos, m);
-        playMove(t, m);
-        int s;
-        // 8.4 Late-move reduction: two plies (one for a tactical move) with a null window.
-        if (late && n.reductionsOn) {
-            const int r = tactical ? kTacticalReduction : kReduction;
-            ++t.stats.reduceTries;
-            s = -search(t, ply + 1, newDepth - r, -n.alpha - 1, -n.alpha, REDUCED_CHILD | NULL_ALLOWED | NODE_CUT);
-            if (t.stopped()) {
-                takeBack(pos, m, saved);
-                return stopScore();
-            }
-            // The reduced search stands when it fails low, unless a tactical move was refuted
-            // by a quiet reply: that one is searched again at full depth.
-            const Move reply = t.pv[ply + 1][0];
-            const bool quietRefutation = tactical && reply && !capturedCode(reply);
-            if (!quietRefutation && s <= n.alpha) {
-                takeBack(pos, m, saved);
-                if (s > n.best) {
-                    n.best = s;
-                    n.bestMove = m;
-                    n.bestExtension = 0;
-                }
-                continue;
-            }
-            ++t.stats.reduceFails;
-        }
-        // 8.5 Full depth: in a PV node a null window first once a move is found.
-        if (n.pvNode) {
-            bool searched = false;
-            if (n.bestMove) {
-                s = -search(t, ply + 1, newDepth, -n.alpha - 1, -n.alpha, NULL_ALLOWED | NODE_CUT);
-                searched = t.stopped() || s <= n.alpha;
-            }
-            if (!searched) s = -search(t, ply + 1, newDepth, -n.beta, -n.alpha, NODE_PV);
-        } else {
-            s = -search(t, ply + 1, newDepth, -n.beta, -n.alpha, (n.flags ^ kSwapExpectation) | NULL_ALLOWED);
-        }
-        takeBack(pos, m, saved);
+        if (isQuiet(m)) list.quietsTried[list.quietCount++] = m;
+        const int s = searchMove(t, n, m, p, saved);
         if (t.stopped()) return stopScore();
-        if (s > n.best) {
-            if (s >= n.beta) {
-                cutMove = m;
-                cutScore = s;
-                cutExtension = singleReply;
-                t.stats.killerCuts += killer;
-                t.stats.firstMoveCuts += !n.hashMove && i == 0;
-                break;
-            }
-            t.stats.pvNodes += s > n.alpha;
-            raiseBest(t, ply, m, s, n.best, n.bestMove, n.alpha);
-            n.bestExtension = singleReply;
+        if (s < n.beta) {
+            noteScore(t, n, m, s, c.singleReply);
+            continue;
         }
-    }
-    // 8.6 Cut-off: a lower bound, and a quiet refutation becomes a killer and gains history
-    // over the quiet moves tried before it.
-    if (cutMove) {
-        if (isQuiet(cutMove)) rewardCutoff(t, n, cutMove, quietsTried, quietCount - 1);
-        setSinglePv(t, ply, cutMove);
-        lowerBound(pos, ply, n.depth, cutScore, cutMove, n.staticEval, cutExtension);
+        // 8.4 Cut-off: a lower bound, and a quiet refutation becomes a killer and gains history
+        // over the quiet moves tried before it.
+        t.stats.killerCuts += killer;
+        t.stats.firstMoveCuts += !n.hashMove && i == 0;
+        if (isQuiet(m)) rewardCutoff(t, n, m, list.quietsTried, list.quietCount - 1);
+        setSinglePv(t, ply, m);
+        lowerBound(pos, ply, n.depth, s, m, n.staticEval, c.singleReply);
         ++t.stats.cutNodes;
-        return cutScore;
+        return s;
     }
-    // 8.7 All-node or PV node.
+    // 8.5 All-node or PV node.
     storeBounded(pos, ply, n.depth, n.alphaOrig, n.best, n.bestMove, n.staticEval, n.bestExtension);
     if (n.alphaOrig >= n.best) {
         ++t.stats.allNodes;
     } else {
         ++t.stats.pvNodes;
-        const Move first = n.hashMove ? n.hashMove : moves[0];
+        const Move first = n.hashMove ? n.hashMove : list.moves[0];
         t.stats.firstMovePv += sameMove(n.bestMove, first);
     }
     return n.best;
 }
 
 }  // namespace
+
+void initSearchTables() {
+    for (int d = 1; d < kReductionTableSize; ++d)
+        for (int n = 1; n < kReductionTableSize; ++n)
+            reductionTable[d][n] =
+                static_cast<int>(kReductionBase + std::log(d) * std::log(n) / kReductionDivisor);
+}
 
 void takeBack(Position& pos, Move m, const UndoState& saved) {
     if (m) {

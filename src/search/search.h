@@ -27,6 +27,10 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
 // check allowance: 2 on entry from `search`.
 int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint32_t flags);
 
+// Builds the search's own tables (the late-move reductions); start-up calls it once, before
+// any search.
+void initSearchTables();
+
 // Takes a move back made with makeMove, or a null move (m = 0).
 void takeBack(Position& pos, Move m, const UndoState& saved);
 
