@@ -28,6 +28,11 @@ constexpr int kNullReduction = 4;
 constexpr int kNullMargin = 8;
 constexpr int kNullVerifyReduction = 6;
 constexpr int kNullVerifyPieces = 4;
+// Static margin cut: up to depth 7, a node this many points a ply above beta is cut. Most of a
+// pawn a ply: a quiet ply rarely swings the score further, and the quiescence search below
+// still resolves the captures.
+constexpr int kStaticCutDepth = 7;
+constexpr int kStaticCutMargin = 85;
 // Internal deepening two plies shallower: deep enough to find a good first move, at a small
 // share of the node's cost.
 constexpr int kIidReduction = 2;
@@ -523,6 +528,12 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     // been played to set up a discovered attack we must see at full depth.
     const int them = static_cast<int>(pos.sideToMove) ^ 1;
     n.reductionsOn = !n.inCheck && !(pos.state.kingBlockers[them] & squareBit[toSquare(pos.moveHistory[pos.ply])]);
+    // 5. Static margin cut: near the horizon, a node whose static score clears beta by a margin
+    // for each ply left is not searched: the opponent would need to win back more than a
+    // quiet ply can bring. Not in PV nodes, in check or near mate scores.
+    if (!n.pvNode && !n.inCheck && depth <= kStaticCutDepth && beta > -kMateThreshold &&
+        n.staticEval < kMateThreshold && n.staticEval - kStaticCutMargin * depth >= beta)
+        return n.staticEval;
     int result;
     if (nullMoveEnds(t, n, result)) return result;
     // Children are never reduced children themselves.
