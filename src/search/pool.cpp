@@ -37,6 +37,7 @@ void clearForSearch(SearchThread& t) {
     t.stopFlag.store(0);
     std::memset(&t.stats, 0, sizeof t.stats);
     std::memset(t.killers, 0, sizeof t.killers);
+    for (int& e : t.staticEvals) e = kNoStaticEval;  // the root's is not kept
     t.maxPly = 0;
     t.savedState = t.pos.state;
     t.savedFiftyStart = t.pos.state.fiftyStart;

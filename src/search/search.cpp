@@ -52,6 +52,12 @@ constexpr double kReductionBase = 0.5;
 constexpr double kReductionDivisor = 2.0;
 constexpr int kReductionDepth = 3;
 constexpr int kReductionTableSize = 64;
+// Late-move pruning up to depth 8: after 3 + d * d / 2 moves (twice as many while improving)
+// the quiet moves left are skipped.
+constexpr int kMoveCountDepth = 8;
+constexpr int moveCountLimit(int depth, bool improving) {
+    return improving ? 3 + depth * depth : (3 + depth * depth) / 2;
+}
 // Quiet moves with a good history are reduced a ply less per this much of it (the three tables
 // together), a bad one a ply more.
 constexpr int kHistoryReductionUnit = 8192;
@@ -162,7 +168,7 @@ bool timeToCheckLimits(const SearchThread& t) { return (t.stats.nodes & kLimitCh
 struct Node {
     int ply, depth, alpha, beta;
     uint32_t flags;
-    bool pvNode, inCheck, reductionsOn;
+    bool pvNode, inCheck, reductionsOn, improving;
     int staticEval;
     Move hashMove, threat;
     int hashExtension;  // what the hash move earned when it was stored
@@ -311,6 +317,7 @@ struct LoopContext {
 // `reduction` plies shallower with a null window.
 struct MovePlan {
     bool pruned;
+    bool futile;  // pruned by futility: the futility value stands in as its score
     bool tactical;
     int extension;
     int reduction;
@@ -323,8 +330,15 @@ struct MovePlan {
 MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, int moveNumber,
                   bool late) {
     const Position& pos = t.pos;
-    MovePlan p{false, c.marking && isTactical(pos, c.tactics, m), 0, 0};
+    MovePlan p{false, false, c.marking && isTactical(pos, c.tactics, m), 0, 0};
     if (late && c.futility < n.alpha && isQuiet(m) && !(p.tactical && see(pos, m) >= 0)) {
+        p.pruned = p.futile = true;
+        return p;
+    }
+    // Late-move pruning: near the horizon, once enough quiet moves have failed, the rest of a
+    // well-ordered list will too; twice as many are tried while the position improves.
+    if (late && !n.pvNode && isQuiet(m) && !p.tactical && n.depth <= kMoveCountDepth &&
+        n.best > -kMateThreshold && moveNumber > moveCountLimit(n.depth, n.improving)) {
         p.pruned = true;
         return p;
     }
@@ -421,9 +435,8 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         if (!n.pvNode && n.bestMove) n.flags = (n.flags & ~7u) + NODE_ALL;
         const MovePlan p = planMove(t, n, c, m, moveNumber, !n.inCheck && !list.early[i]);
         if (p.pruned) {
-            // The futility value stands in as the pruned move's score.
             ++t.stats.pruned;
-            noteScore(t, n, m, c.futility, 0);
+            if (p.futile) noteScore(t, n, m, c.futility, 0);
             continue;
         }
         if (isQuiet(m)) list.quietsTried[list.quietCount++] = m;
@@ -524,6 +537,9 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     n.beta = beta;
     n.flags = flags;
     n.threat = 0;
+    // Better than two plies ago (the same side to move), or the last time it was known.
+    t.staticEvals[ply] = n.inCheck ? kNoStaticEval : n.staticEval;
+    n.improving = !n.inCheck && ply >= 2 && n.staticEval > t.staticEvals[ply - 2];
     // No reductions after a move that now stands pinned to its own king: it may have
     // been played to set up a discovered attack we must see at full depth.
     const int them = static_cast<int>(pos.sideToMove) ^ 1;

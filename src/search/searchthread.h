@@ -14,6 +14,9 @@
 
 namespace quarn {
 
+// A static score that no evaluation gives: the node was in check.
+constexpr int kNoStaticEval = -32000;
+
 // Plies a search can reach; deeper nodes return their static evaluation.
 constexpr int kMaxPly = 128;
 constexpr int kMaxSearchPly = 119;
@@ -54,6 +57,9 @@ struct SearchThread {
     // moveKeys[ply + 2]: the continuation key of the move made at `ply` (kNoContinuation for a
     // null move); the two entries before the root stay kNoContinuation.
     uint16_t moveKeys[kMaxPly + 2];
+    // staticEvals[ply]: the static score of the full-width node at `ply` on the current line,
+    // kNoStaticEval in check; whether a side's position improves is read from it.
+    int staticEvals[kMaxPly + 2];
     std::atomic<uint8_t> stopFlag;
     UndoState savedState;  // the root state, taken at every wake-up
     uint32_t savedFiftyStart;
