@@ -162,6 +162,13 @@ int lateReduction(int depth, int moveNumber) {
     return reductionTable[d][n];
 }
 
+// Check extension: a move that gives check is searched a ply deeper (the move is made, so the
+// side to move is the one in check). Checks force the reply, so the extra ply costs few nodes
+// and keeps mating attacks and perpetual checks inside the horizon.
+int withCheckExtension(const SearchThread& t, int extension) {
+    return extension == 0 && inCheck(t.pos) ? 1 : extension;
+}
+
 bool timeToCheckLimits(const SearchThread& t) { return (t.stats.nodes & kLimitCheckMask) == 0; }
 
 // One node's state, handed from phase to phase.
@@ -265,7 +272,7 @@ bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result)
     const int extension = earned ? earned : recaptureExtension(pos, m, n.depth);
     t.moveKeys[n.ply + 2] = continuationKey(pos, m);
     playMove(t, m);
-    const int s = -search(t, n.ply + 1, n.depth - 1 + extension, -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
+    const int s = -search(t, n.ply + 1, n.depth - 1 + withCheckExtension(t, extension), -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
     takeBack(pos, m, saved);
     result = stopScore();
     if (t.stopped()) return true;
@@ -363,9 +370,10 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
 // it fails low (unless a tactical move was refuted by a quiet reply); then full depth, in a PV
 // node with a null window first once a move is found. The move is made and taken back here.
 int searchMove(SearchThread& t, Node& n, Move m, const MovePlan& p, const UndoState& saved) {
-    const int ply = n.ply, newDepth = n.depth - 1 + p.extension;
+    const int ply = n.ply;
     t.moveKeys[ply + 2] = continuationKey(t.pos, m);
     playMove(t, m);
+    const int newDepth = n.depth - 1 + withCheckExtension(t, p.extension);
     int s;
     if (p.reduction > 0) {
         ++t.stats.reduceTries;
