@@ -52,6 +52,11 @@ constexpr double kReductionBase = 0.5;
 constexpr double kReductionDivisor = 2.0;
 constexpr int kReductionDepth = 3;
 constexpr int kReductionTableSize = 64;
+// Exchange-loss pruning up to depth 6; the exchange count is in pawns, the margins in points.
+constexpr int kExchangeLossDepth = 6;
+constexpr int kPawnPoints = 100;
+constexpr int kQuietLossMargin = 60;
+constexpr int kCaptureLossMargin = 20;
 // Late-move pruning up to depth 8: after 3 + d * d / 2 moves (twice as many while improving)
 // the quiet moves left are skipped.
 constexpr int kMoveCountDepth = 8;
@@ -341,6 +346,17 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
     if (late && c.futility < n.alpha && isQuiet(m) && !(p.tactical && see(pos, m) >= 0)) {
         p.pruned = p.futile = true;
         return p;
+    }
+    // Exchange-loss pruning: near the horizon, a late move that loses material by the exchange
+    // count, more than the depth left can plausibly win back, is skipped: a quiet move by a
+    // margin a ply, a capture by a margin growing with the square of the depth (a capture's
+    // loss is more often an attack's price).
+    if (late && !n.pvNode && !p.tactical && n.depth <= kExchangeLossDepth && n.best > -kMateThreshold) {
+        const int limit = isQuiet(m) ? -kQuietLossMargin * n.depth : -kCaptureLossMargin * n.depth * n.depth;
+        if (see(pos, m) * kPawnPoints < limit) {
+            p.pruned = true;
+            return p;
+        }
     }
     // Late-move pruning: near the horizon, once enough quiet moves have failed, the rest of a
     // well-ordered list will too; twice as many are tried while the position improves.
