@@ -134,16 +134,19 @@ struct TableProbe {
     Move hashMove;
     int hashExtension;
     bool cut;
-    int score;  // when cut
+    int score;  // when cut; else the entry's score, when it has one
+    int depth;  // the entry's depth, -1 without an entry
+    int bound;  // the entry's bound, BOUND_NONE without an entry
 };
 
-// The table probe of both searches. PV nodes take no cut-off: their line must be searched.
+// The table probe of both searches. PV nodes take no cut-off: their line must be searched, and
+// neither does a search that leaves a move out (`cuts` off): the entry is about all moves.
 // The full-width search counts the probe and remembers a quiet move that refuted this node
 // before as a killer.
 template <bool FullWidth>
 [[gnu::always_inline]] inline TableProbe probeTable(SearchThread& t, int ply, int depth, int alpha,
-                                                    int beta, bool pvNode) {
-    TableProbe p{0, 0, 0, false, 0};
+                                                    int beta, bool pvNode, bool cuts = true) {
+    TableProbe p{0, 0, 0, false, 0, -1, BOUND_NONE};
     TtEntry entry;
     if (FullWidth) ++t.stats.ttProbes;
     if (!tt.probe(t.pos, entry)) {
@@ -151,8 +154,8 @@ template <bool FullWidth>
         return p;
     }
     if (FullWidth) ++t.stats.ttHits;
-    if (!pvNode) {
-        const int score = scoreFromTt(entry.score, ply);
+    const int score = scoreFromTt(entry.score, ply);
+    if (!pvNode && cuts) {
         if (tableCuts(entry, score, depth, alpha, beta)) {
             if (FullWidth && entry.bound == BOUND_LOWER && entry.move && isQuiet(entry.move))
                 updateKillers(t, ply, entry.move);
@@ -166,6 +169,9 @@ template <bool FullWidth>
     p.staticEval = entry.staticEval;
     p.hashMove = entry.move;
     p.hashExtension = entry.extension;
+    p.score = score;
+    p.depth = entry.depth;
+    p.bound = entry.bound;
     return p;
 }
 

@@ -167,6 +167,11 @@ int lateReduction(int depth, int moveNumber) {
     return reductionTable[d][n];
 }
 
+// Singular extension from depth 8, for a table entry at most three plies shallower; the other
+// moves must stay two points a ply below its score.
+constexpr int kSingularDepth = 8;
+constexpr int kSingularDepthSlack = 3;
+constexpr int kSingularMargin = 2;
 // Check extension: a move that gives check is searched a ply deeper (the move is made, so the
 // side to move is the one in check). Checks force the reply, so the extra ply costs few nodes
 // and keeps mating attacks and perpetual checks inside the horizon.
@@ -184,6 +189,8 @@ struct Node {
     int staticEval;
     Move hashMove, threat;
     int hashExtension;  // what the hash move earned when it was stored
+    Move excluded;      // left out by a singular-extension test; no table cut-off or store
+    int ttScore, ttDepth, ttBound;  // the table entry, for the singular-extension test
     int alphaOrig, best;
     Move bestMove;
     int bestExtension;  // what the best move was extended by, for the table
@@ -197,7 +204,7 @@ struct Node {
 bool nullMoveEnds(SearchThread& t, Node& n, int& result) {
     Position& pos = t.pos;
     const SideBlock& own = pos.side[pos.sideToMove];
-    if (n.inCheck || pos.moveHistory[pos.ply] == kNullMove || !(n.flags & NULL_ALLOWED) ||
+    if (n.inCheck || n.excluded || pos.moveHistory[pos.ply] == kNullMove || !(n.flags & NULL_ALLOWED) ||
         !(own.pieces[BISHOP] | own.pieces[ROOK] | own.pieces[QUEEN]) || n.staticEval - kNullMargin < n.beta)
         return false;
     const UndoState saved = pos.state;
@@ -235,7 +242,7 @@ bool nullMoveEnds(SearchThread& t, Node& n, int& result) {
 // 6. Internal iterative deepening: an expected PV or cut node without a hash move searches
 // two plies shallower first, for a first move to try. A shallow mate either way is believed.
 bool deepeningEnds(SearchThread& t, Node& n, int& result) {
-    if (n.hashMove || n.depth == 1 || !(n.flags & (NODE_PV | NODE_CUT))) return false;
+    if (n.hashMove || n.excluded || n.depth == 1 || !(n.flags & (NODE_PV | NODE_CUT))) return false;
     ++t.stats.iid;
     const int s = search(t, n.ply, n.depth - kIidReduction, n.alpha, n.beta, n.flags);
     result = s;
@@ -266,6 +273,32 @@ void rewardCutoff(SearchThread& t, const Node& n, Move m, const Move* tried, int
     if (prev1 != kNoContinuation) h.counter[prev1] = m;
 }
 
+// Singular extension: a hash move from a deep enough lower bound that all other moves fail
+// well below (a search half as deep, leaving it out, against its score less a margin a ply)
+// is the only good move here, and is searched a ply deeper. When the other moves reach the
+// margin's bound and that bound is at least beta, several moves beat beta: the node is cut
+// there (-1, with `result` set). Otherwise 0.
+int singularExtension(SearchThread& t, const Node& n, int& result) {
+    if (n.depth < kSingularDepth || n.excluded || n.ttDepth < n.depth - kSingularDepthSlack ||
+        (n.ttBound != BOUND_LOWER && n.ttBound != BOUND_EXACT) || n.ttScore >= kMateThreshold ||
+        n.ttScore <= -kMateThreshold)
+        return 0;
+    const int singularBeta = n.ttScore - kSingularMargin * n.depth;
+    t.excluded[n.ply] = n.hashMove;
+    const int s = search(t, n.ply, (n.depth - 1) / 2, singularBeta - 1, singularBeta, n.flags & ~uint32_t{NODE_PV});
+    t.excluded[n.ply] = 0;
+    if (t.stopped()) {
+        result = stopScore();
+        return -1;
+    }
+    if (s < singularBeta) return 1;
+    if (singularBeta >= n.beta) {
+        result = singularBeta;
+        return -1;
+    }
+    return 0;
+}
+
 // 7. The hash move, before any generation: it often cuts, and then nothing is generated. It
 // keeps the extension it earned when it was stored, and stores it again with the move: a
 // single reply is extended on every visit, not only the first.
@@ -274,7 +307,12 @@ bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result)
     Position& pos = t.pos;
     const Move m = n.hashMove;
     const int earned = n.hashExtension;
-    const int extension = earned ? earned : recaptureExtension(pos, m, n.depth);
+    int extension = earned ? earned : recaptureExtension(pos, m, n.depth);
+    if (extension == 0) {
+        const int singular = singularExtension(t, n, result);
+        if (singular < 0) return true;
+        extension = singular;
+    }
     t.moveKeys[n.ply + 2] = continuationKey(pos, m);
     playMove(t, m);
     const int s = -search(t, n.ply + 1, n.depth - 1 + withCheckExtension(t, extension), -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
@@ -451,7 +489,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
     for (int i = 0; i < list.count; ++i) {
         if (!n.inCheck) pickBest(list.moves, list.scores, list.early, i, list.count);
         const Move m = list.moves[i];
-        if (n.hashMove && sameMove(m, n.hashMove)) continue;
+        if ((n.hashMove && sameMove(m, n.hashMove)) || m == n.excluded) continue;
         ++moveNumber;
         const bool killer = sameMove(m, t.killers[ply][0]) || sameMove(m, t.killers[ply][1]);
         t.stats.killerTries += killer;
@@ -476,12 +514,12 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         t.stats.firstMoveCuts += !n.hashMove && i == 0;
         if (isQuiet(m)) rewardCutoff(t, n, m, list.quietsTried, list.quietCount - 1);
         setSinglePv(t, ply, m);
-        lowerBound(pos, ply, n.depth, s, m, n.staticEval, c.singleReply);
+        if (!n.excluded) lowerBound(pos, ply, n.depth, s, m, n.staticEval, c.singleReply);
         ++t.stats.cutNodes;
         return s;
     }
     // 8.5 All-node or PV node.
-    storeBounded(pos, ply, n.depth, n.alphaOrig, n.best, n.bestMove, n.staticEval, n.bestExtension);
+    if (!n.excluded) storeBounded(pos, ply, n.depth, n.alphaOrig, n.best, n.bestMove, n.staticEval, n.bestExtension);
     if (n.alphaOrig >= n.best) {
         ++t.stats.allNodes;
     } else {
@@ -545,11 +583,15 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     // 3. Transposition table.
     Node n;
     n.pvNode = flags & NODE_PV;
-    const TableProbe probe = probeTable<true>(t, ply, depth, alpha, beta, n.pvNode);
+    n.excluded = t.excluded[ply];
+    const TableProbe probe = probeTable<true>(t, ply, depth, alpha, beta, n.pvNode, !n.excluded);
     if (probe.cut) return probe.score;
     n.staticEval = probe.staticEval;
-    n.hashMove = probe.hashMove;
+    n.hashMove = n.excluded ? 0 : probe.hashMove;
     n.hashExtension = probe.hashExtension;
+    n.ttScore = probe.score;
+    n.ttDepth = probe.depth;
+    n.ttBound = probe.bound;
     // 4. Too deep to go on, or no room left in the position's history; mate-distance pruning.
     if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return n.staticEval;
     if (alpha > kMateThreshold && alpha >= mateIn(ply + 1)) return alpha;
@@ -571,7 +613,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     // 5. Static margin cut: near the horizon, a node whose static score clears beta by a margin
     // for each ply left is not searched: the opponent would need to win back more than a
     // quiet ply can bring. Not in PV nodes, in check or near mate scores.
-    if (!n.pvNode && !n.inCheck && depth <= kStaticCutDepth && beta > -kMateThreshold &&
+    if (!n.pvNode && !n.inCheck && !n.excluded && depth <= kStaticCutDepth && beta > -kMateThreshold &&
         n.staticEval < kMateThreshold && n.staticEval - kStaticCutMargin * depth >= beta)
         return n.staticEval;
     int result;

@@ -60,6 +60,9 @@ struct SearchThread {
     // staticEvals[ply]: the static score of the full-width node at `ply` on the current line,
     // kNoStaticEval in check; whether a side's position improves is read from it.
     int staticEvals[kMaxPly + 2];
+    // excluded[ply]: the move a singular-extension test leaves out of the node at `ply`; 0
+    // in every ordinary search.
+    Move excluded[kMaxPly + 2];
     std::atomic<uint8_t> stopFlag;
     UndoState savedState;  // the root state, taken at every wake-up
     uint32_t savedFiftyStart;
