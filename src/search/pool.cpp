@@ -39,6 +39,7 @@ void clearForSearch(SearchThread& t) {
     std::memset(t.killers, 0, sizeof t.killers);
     for (int& e : t.staticEvals) e = kNoStaticEval;  // the root's is not kept
     t.maxPly = 0;
+    Tt::resetCounters();  // this thread's
     t.savedState = t.pos.state;
     t.savedFiftyStart = t.pos.state.fiftyStart;
 }
@@ -146,7 +147,6 @@ void startSearch(const Position& pos, SearchReporter* reporter) {
     root.bestMove = 0;
     root.rootPv[0] = 0;
     std::memset(&master.stats, 0, sizeof master.stats);
-    tt.resetCounters();
     timeControl.reset();
     tt.newSearch();
     pool.running.store(true);

@@ -319,6 +319,7 @@ uint64_t scaleCount(uint64_t n, char& suffix, int times) {
 }
 
 void printStatistics(const SearchStats& s, uint32_t entryCount, double seconds) {
+    const TtCounters& counters = Tt::counters();  // the master thread's, which prints
     auto pct = [](uint64_t part, uint64_t whole) { return whole ? 100.0 * part / whole : 0.0; };
     const uint64_t total = s.total();
     char suffix;
@@ -332,8 +333,8 @@ void printStatistics(const SearchStats& s, uint32_t entryCount, double seconds) 
     const uint64_t probes = scaleCount(s.ttProbes, probeSuffix, 4);
     logMessage("tt     : probes=%i%c, hits=%5.2f%%, cuts=%5.2f%%, upd=%5.2f%%, full=%5.2f%%\n",
                static_cast<int>(probes), probeSuffix, pct(s.ttHits, s.ttProbes), pct(s.ttCuts, s.ttProbes),
-               pct(tt.updates, tt.updates + tt.replacements),
-               pct(tt.replacements - tt.liveReplacements, entryCount));
+               pct(counters.updates, counters.updates + counters.replacements),
+               pct(counters.replacements - counters.liveReplacements, entryCount));
     logMessage("order  : 1stpv=%5.2f%%, 1stcut=%5.2f%%\n", pct(s.firstMovePv, s.pvNodes),
                pct(s.firstMoveCuts, s.cutNodes));
     logMessage("killers: %5.2f%%, #=%i/%i, killed=%5.2f%%\n", pct(s.killerCuts, s.cutNodes),

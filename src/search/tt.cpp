@@ -12,6 +12,11 @@ namespace quarn {
 
 constinit Tt tt;
 
+TtCounters& Tt::counters() {
+    thread_local TtCounters mine;
+    return mine;
+}
+
 namespace {
 
 // Below this a table is no use; give up.
@@ -103,9 +108,8 @@ bool Tt::remove(const Position& pos) {
     const uint32_t home = homeIndex(pos), check = ttCheck(pos.hashKey);
     bool removed = false;
     for (uint32_t i = 0; i < kWays; ++i) {
-        TtEntry& e = entries_[home ^ i];
-        if (e.check != check) continue;
-        e = TtEntry{};
+        if (load(home ^ i).check != check) continue;
+        save(home ^ i, TtEntry{});
         removed = true;
     }
     return removed;

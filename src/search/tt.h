@@ -14,7 +14,9 @@ namespace quarn {
 enum TtBound : uint8_t { BOUND_NONE = 0, BOUND_EXACT = 1, BOUND_LOWER = 2, BOUND_UPPER = 3 };
 
 // Bytes   field
-// 0-3     check: high 32 bits of the key XOR its low 32 bits (the side to move is not in it)
+// 0-3     check: high 32 bits of the key XOR its low 32 bits (the side to move is not in it);
+//         in the table it is stored folded with the other three 32-bit words (Tt::save), so
+//         that an entry torn by two threads writing at once fails the check
 // 4-7     move: best or refutation move, 0 = none
 // 8-9     score: mate scores made relative to the stored node (scoreToTt)
 // 10-11   depth: remaining depth of the search that wrote the entry
@@ -39,6 +41,13 @@ static_assert(sizeof(TtEntry) == 16, "four entries must fill one cache line");
 constexpr uint32_t ttCheck(uint64_t key) {
     return static_cast<uint32_t>(key >> 32) ^ static_cast<uint32_t>(key);
 }
+
+// What one thread's stores did, for the statistics lines and "hashfull": entries written over
+// another position, those of them that belonged to the current search, and entries rewritten
+// for the same position. Each search thread counts its own.
+struct TtCounters {
+    uint64_t replacements = 0, liveReplacements = 0, updates = 0;
+};
 
 class Tt {
 public:
@@ -93,15 +102,44 @@ public:
     uint32_t homeIndex(const Position& pos) const {
         return static_cast<uint32_t>(pos.hashKey + uint64_t{pos.sideToMove} * kWays) & mask_;
     }
-    // Way i (0..3) of the position's bucket, in visiting order; for tests and diagnostics.
-    TtEntry& way(const Position& pos, uint32_t i) { return entries_[homeIndex(pos) ^ i]; }
+    // Way i (0..3) of the position's bucket, in visiting order, as stored (check unfolded);
+    // for tests and diagnostics.
+    TtEntry way(const Position& pos, uint32_t i) const { return load(homeIndex(pos) ^ i); }
+    void setWay(const Position& pos, uint32_t i, const TtEntry& e) { save(homeIndex(pos) ^ i, e); }
+    const TtEntry* wayAddress(const Position& pos, uint32_t i) const { return &entries_[homeIndex(pos) ^ i]; }
 
-    // Counters for the statistics lines: entries written over another position, those of them
-    // that belonged to the current search, and entries rewritten for the same position.
-    uint64_t replacements = 0, liveReplacements = 0, updates = 0;
-    void resetCounters() { replacements = liveReplacements = updates = 0; }
+    // The calling thread's store counters (each search thread has its own).
+    static TtCounters& counters();
+    static void resetCounters() { counters() = TtCounters{}; }
 
 private:
+    // Entries are read and written as two 64-bit words with relaxed atomic accesses: threads
+    // share the table without locks, and a reader may see the words of two different writes.
+    // The check is stored folded with the three data words, so such a torn entry fails the
+    // check on load (save folds, load unfolds).
+    static uint32_t fold(const TtEntry& e) {
+        uint32_t w[4];
+        __builtin_memcpy(w, &e, sizeof w);
+        return w[1] ^ w[2] ^ w[3];
+    }
+    TtEntry load(uint32_t index) const {
+        const auto* words = reinterpret_cast<const uint64_t*>(&entries_[index]);
+        const uint64_t w[2] = {__atomic_load_n(&words[0], __ATOMIC_RELAXED),
+                               __atomic_load_n(&words[1], __ATOMIC_RELAXED)};
+        TtEntry e;
+        __builtin_memcpy(&e, w, sizeof e);
+        e.check ^= fold(e);
+        return e;
+    }
+    void save(uint32_t index, TtEntry e) {
+        e.check ^= fold(e);
+        uint64_t w[2];
+        __builtin_memcpy(w, &e, sizeof w);
+        auto* words = reinterpret_cast<uint64_t*>(&entries_[index]);
+        __atomic_store_n(&words[0], w[0], __ATOMIC_RELAXED);
+        __atomic_store_n(&words[1], w[1], __ATOMIC_RELAXED);
+    }
+
     // How willing we are to give a way up: lower goes first. Entries of earlier searches are
     // pushed far down so that they go before any current one.
     int keepValue(const TtEntry& e) const {
@@ -123,7 +161,7 @@ private:
 inline bool Tt::probe(const Position& pos, TtEntry& out) const {
     const uint32_t home = homeIndex(pos), check = ttCheck(pos.hashKey);
     for (uint32_t i = 0; i < kWays; ++i) {
-        out = entries_[home ^ i];
+        out = load(home ^ i);
         if (out.check == check && (out.move == 0 || isValidMove(pos, out.move))) return true;
     }
     return false;
@@ -139,8 +177,10 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
         entry.extension = 0;
     }
 
+    TtCounters& c = counters();
+    TtEntry ways[kWays];
     for (uint32_t i = 0; i < kWays; ++i) {
-        TtEntry& e = entries_[home ^ i];
+        const TtEntry e = ways[i] = load(home ^ i);
         if (e.check != entry.check) continue;
         // Same position. A shallower result does not overwrite a deeper one unless it is a
         // tighter bound: a higher lower bound or a lower upper bound. A deeper result always
@@ -155,8 +195,8 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
             entry.move = e.move;
             entry.extension = e.extension;
         }
-        e = entry;
-        ++updates;
+        save(home ^ i, entry);
+        ++c.updates;
         return;
     }
 
@@ -164,19 +204,19 @@ inline void Tt::store(const Position& pos, TtEntry entry) {
     // entries are the cheapest to find again, while a deep one saves a whole subtree. The home
     // way's value is capped so that a huge depth cannot make it unbeatable; ties keep the
     // earlier way, the home way first, which is the one a later probe reads first.
-    uint32_t victim = home;
-    int lowest = keepValue(entries_[home]);
+    uint32_t victim = 0;
+    int lowest = keepValue(ways[0]);
     if (lowest > kOldPenalty) lowest = kOldPenalty;
     for (uint32_t i = 1; i < kWays; ++i) {
-        const int value = keepValue(entries_[home ^ i]);
+        const int value = keepValue(ways[i]);
         if (value < lowest) {
             lowest = value;
-            victim = home ^ i;
+            victim = i;
         }
     }
-    ++replacements;
-    if (entries_[victim].generation == generation_) ++liveReplacements;
-    entries_[victim] = entry;
+    ++c.replacements;
+    if (ways[victim].generation == generation_) ++c.liveReplacements;
+    save(home ^ victim, entry);
 }
 
 inline void Tt::storeLowerBound(TtEntry& entry, const Position& pos, int depth, int ply, int score,

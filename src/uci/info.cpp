@@ -46,7 +46,8 @@ int Uci::writeStatistics(char* buf, int size) const {
         n += std::snprintf(buf + n, static_cast<size_t>(size - n), " nps %u",
                            static_cast<uint32_t>(nodes * 1000 / time));
     const uint32_t entries = tt.entryCount();
-    const uint64_t filled = tt.replacements - tt.liveReplacements;
+    const TtCounters& counters = Tt::counters();  // the master search thread's, which reports
+    const uint64_t filled = counters.replacements - counters.liveReplacements;
     n += std::snprintf(buf + n, static_cast<size_t>(size - n), " hashfull %u",
                        entries ? static_cast<uint32_t>(static_cast<double>(filled) / entries * 1000.0) : 0u);
     return n;

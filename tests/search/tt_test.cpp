@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 
 #include "board/movegen.h"
@@ -42,7 +43,7 @@ TEST(TtSizes, PowerOfTwoKilobytesWithAFloor) {
         EXPECT_EQ(t.resize(c.kilobytes), c.bytes) << c.kilobytes;
         EXPECT_EQ(t.entryCount() * 16, c.bytes);
         // Each bucket is one cache line.
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(&t.way(pos, t.homeIndex(pos) & 3)) % 64, 0u);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(t.wayAddress(pos, t.homeIndex(pos) & 3)) % 64, 0u);
         t.release();
     }
 }
@@ -98,14 +99,14 @@ TEST_F(TtTest, ShallowerStoresKeepOnlyTighterBounds) {
     };
     for (const auto& c : cases) {
         table.clear();
-        table.resetCounters();
+        Tt::resetCounters();
         put(6, TtBound(c.oldBound), 10, 0, 111);
         put(c.depth, TtBound(c.bound), c.score, 0, 222);
         ASSERT_TRUE(hit(pos));
-        EXPECT_TRUE(c.kept ? e.staticEval == 111 && e.score == 10 && table.updates == 0
-                           : e.staticEval == 222 && e.score == c.score && table.updates == 1)
+        EXPECT_TRUE(c.kept ? e.staticEval == 111 && e.score == 10 && Tt::counters().updates == 0
+                           : e.staticEval == 222 && e.score == c.score && Tt::counters().updates == 1)
             << c.oldBound << " then " << c.depth << " " << c.bound << " " << c.score;
-        EXPECT_EQ(table.replacements, 1u);
+        EXPECT_EQ(Tt::counters().replacements, 1u);
     }
 }
 
@@ -137,13 +138,13 @@ TEST_F(TtTest, ProbeSkipsWaysWithImpossibleMoves) {
     const uint32_t check = ttCheck(pos.hashKey);
     for (const auto& c : cases) {
         table.clear();
-        table.way(pos, 0) = TtEntry{check, moves[c.first], 7, 3, 0, 1, BOUND_EXACT, 0};
-        table.way(pos, 2) = TtEntry{check, moves[c.second], 8, 3, 0, 1, BOUND_EXACT, 0};
+        table.setWay(pos, 0, TtEntry{check, moves[c.first], 7, 3, 0, 1, BOUND_EXACT, 0});
+        table.setWay(pos, 2, TtEntry{check, moves[c.second], 8, 3, 0, 1, BOUND_EXACT, 0});
         EXPECT_EQ(hit(pos), c.hit) << c.first << " " << c.second;
         EXPECT_TRUE(!c.hit || e.move == moves[c.found]) << c.first << " " << c.second;
     }
     // remove clears the matching ways only.
-    table.way(pos, 1) = TtEntry{check ^ 1, 0, 9, 3, 0, 1, BOUND_EXACT, 0};
+    table.setWay(pos, 1, TtEntry{check ^ 1, 0, 9, 3, 0, 1, BOUND_EXACT, 0});
     EXPECT_TRUE(table.remove(pos));
     EXPECT_EQ(table.way(pos, 0).check | table.way(pos, 2).check, 0u);
     EXPECT_EQ(table.way(pos, 1).score, 9);
@@ -161,15 +162,36 @@ TEST_F(TtTest, ReplacementPrefersShallowAndOldEntries) {
     const uint32_t check = ttCheck(pos.hashKey);
     table.newSearch();
     for (const auto& c : cases) {
-        table.resetCounters();
+        Tt::resetCounters();
         for (uint32_t i = 0; i < 4; ++i)
-            table.way(pos, i) = TtEntry{check + 1 + i, 0, 0, int16_t(c.depth[i]), 0,
-                                        uint8_t(c.old[i] ? 1 : 2), BOUND_LOWER, 0};
+            table.setWay(pos, i, TtEntry{check + 1 + i, 0, 0, int16_t(c.depth[i]), 0,
+                                        uint8_t(c.old[i] ? 1 : 2), BOUND_LOWER, 0});
         put(6, BOUND_LOWER);
         for (uint32_t i = 0; i < 4; ++i)
             EXPECT_EQ(table.way(pos, i).check, i == uint32_t(c.victim) ? check : check + 1 + i)
                 << "victim " << c.victim;
-        EXPECT_EQ(table.liveReplacements, c.old[c.victim] ? 0u : 1u);
+        EXPECT_EQ(Tt::counters().liveReplacements, c.old[c.victim] ? 0u : 1u);
+    }
+}
+
+// Threads write entries without locks, so a reader can find the first half of one write and
+// the second half of another in a way: such a torn entry fails the check, whichever halves.
+TEST_F(TtTest, TornEntriesFailTheCheck) {
+    const uint32_t check = ttCheck(pos.hashKey);
+    auto* raw = reinterpret_cast<unsigned char*>(const_cast<TtEntry*>(table.wayAddress(pos, 0)));
+    unsigned char written[2][16];
+    const TtEntry entries[2] = {TtEntry{check, legal[0], 40, 6, 12, 1, BOUND_LOWER, 0},
+                                TtEntry{check, legal[4], -75, 9, -3, 1, BOUND_EXACT, 1}};
+    for (int i = 0; i < 2; ++i) {
+        table.setWay(pos, 0, entries[i]);
+        ASSERT_TRUE(hit(pos));
+        EXPECT_EQ(e.move, entries[i].move);
+        std::memcpy(written[i], raw, 16);
+    }
+    for (int first = 0; first < 2; ++first) {
+        std::memcpy(raw, written[first], 8);
+        std::memcpy(raw + 8, written[first ^ 1], 8);
+        EXPECT_FALSE(hit(pos)) << "first half of write " << first;
     }
 }
 
