@@ -65,9 +65,21 @@ void storeRoot(RootSearch& root, int depth, int score, Move move, TtBound bound)
     tt.store(*root.position, e);
 }
 
-void reportNewPv(RootSearch& root, int depth, int score, Move move) {
+PvReport pvReport(const RootSearch& root, int depth, int score, const Move* pv) {
+    return PvReport{1, depth, root.master->maxPly, score, BOUND_EXACT, pv};
+}
+
+void reportNewPv(RootSearch& root, int depth, int score) {
     if (root.lines) root.lines->bestLine(root, score);
-    if (root.reporter) root.reporter->reportPv(static_cast<uint32_t>(depth), score, move);
+    if (root.reporter) root.reporter->reportPv(pvReport(root, depth, score, root.rootPv));
+}
+
+// The final report: the move chosen, and the second move of its variation as the reply
+// expected (none when the variation is one move long).
+void reportEnd(RootSearch& root, int depth, int score) {
+    if (!root.reporter) return;
+    const Move ponder = root.rootPv[0] ? root.rootPv[1] : 0;
+    root.reporter->reportFinished(pvReport(root, depth, score, nullptr), root.bestMove, ponder);
 }
 
 // Writes the PV into the table as exact entries, so the next iteration follows it.
@@ -220,7 +232,7 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
             for (; i + 1 < kMaxPly - 1 && t.pv[1][i]; ++i) root.rootPv[i + 1] = t.pv[1][i];
             root.rootPv[i + 1] = 0;
             storeRoot(root, depth, score, m, BOUND_LOWER);
-            reportNewPv(root, depth, score, m);
+            reportNewPv(root, depth, score);
             if (score >= b) return score + bias;
             alpha = score + bias;
         }
@@ -238,13 +250,15 @@ void iterate(RootSearch& root) {
     if (root.position->ply + 1 >= static_cast<uint32_t>(kHistorySize)) {
         std::fputs("search: the move history is full, nothing searched\n", stderr);
         root.rootMoveCount = 0;
-        if (root.reporter) root.reporter->reportFinished(0, 0, 0);
+        root.bestMove = root.rootPv[0] = 0;
+        reportEnd(root, 0, 0);
         return;
     }
     // 1. Root moves; none means the game is over.
     if (!buildRootMoves(root)) {
         const bool mated = inCheck(*root.position);
-        if (root.reporter) root.reporter->reportFinished(0, mated ? -kMateScore : 0, 0);
+        root.bestMove = root.rootPv[0] = 0;
+        reportEnd(root, 0, mated ? -kMateScore : 0);
         return;
     }
     // Until a root move has been searched the first one stands: a stop in the first
@@ -302,8 +316,7 @@ void iterate(RootSearch& root) {
         sortBySubtree(root);
     }
     // 8. Done.
-    if (root.reporter)
-        root.reporter->reportFinished(static_cast<uint32_t>(depth), root.rootMoves[0].score, root.rootMoves[0].move);
+    reportEnd(root, depth, root.rootMoves[0].score);
 }
 
 uint64_t nodesOf(const RootSearch& root) { return root.master->stats.total(); }

@@ -7,8 +7,19 @@
 
 #include "board/move.h"
 #include "search/searchthread.h"
+#include "search/tt.h"
 
 namespace quarn {
+
+// A line of the search's report, everything the reporter prints of it.
+struct PvReport {
+    int index;        // its rank among the lines searched, 1 for the best
+    int depth;
+    int selDepth;     // the deepest ply the master thread reached
+    int score;
+    TtBound bound;    // BOUND_EXACT, or the side of the window the score only bounds
+    const Move* pv;   // the variation, zero-terminated; null for the final line of a search
+};
 
 // How the search tells its driver (the protocol side) what it is doing. Calls come from the
 // master search thread.
@@ -17,10 +28,11 @@ public:
     virtual ~SearchReporter() = default;
     // Before each root move is searched; moveIndex counts from 0.
     virtual void reportCurrentMove(uint32_t depth, uint32_t moveIndex, Move move) = 0;
-    // A root move became the new best; the root record's rootPv holds the line.
-    virtual void reportPv(uint32_t depth, int score, Move move) = 0;
-    // Once, when the search ends.
-    virtual void reportFinished(uint32_t depth, int score, Move bestMove) = 0;
+    // A root move became the new best, with this line.
+    virtual void reportPv(const PvReport& report) = 0;
+    // Once, when the search ends: the final line, the move chosen (0: none) and the move
+    // expected in reply (0: none).
+    virtual void reportFinished(const PvReport& report, Move bestMove, Move ponderMove) = 0;
 };
 
 struct RootSearch;

@@ -49,8 +49,9 @@ constexpr long kLongestSeconds = std::numeric_limits<int32_t>::max() / 1000;
 class ConsoleResult : public SearchReporter {
 public:
     void reportCurrentMove(uint32_t, uint32_t, Move) override {}
-    void reportPv(uint32_t, int, Move) override {}
-    void reportFinished(uint32_t, int score, Move best) override {
+    void reportPv(const PvReport&) override {}
+    void reportFinished(const PvReport& report, Move best, Move) override {
+        const int score = report.score;
         if (!best) {
             std::puts(inCheck(game) ? "no move: checkmate" : "no move: stalemate");
             return;

@@ -53,10 +53,12 @@ int Uci::writeStatistics(char* buf, int size) const {
     return n;
 }
 
-void Uci::sendPvLine(uint32_t depth, int score, const Move* pv) {
+void Uci::sendPvLine(const PvReport& report) {
+    const int score = report.score;
+    const Move* pv = report.pv;
     char buf[kLineBuffer];
-    int n = std::snprintf(buf, sizeof buf, "info depth %u seldepth %u", depth,
-                          static_cast<uint32_t>(pool.threads[0]->maxPly));
+    int n = std::snprintf(buf, sizeof buf, "info depth %u seldepth %u", static_cast<uint32_t>(report.depth),
+                          static_cast<uint32_t>(report.selDepth));
     // The two mate formulas are not mirror images; both are the protocol's text.
     if (score > kMateFound)
         n += std::snprintf(buf + n, sizeof buf - n, " score mate %i", movesToMate(score));
@@ -91,14 +93,15 @@ void Uci::reportCurrentMove(uint32_t depth, uint32_t moveIndex, Move move) {
     out_.flush();
 }
 
-void Uci::reportPv(uint32_t depth, int score, Move move) {
+void Uci::reportPv(const PvReport& report) {
     if (!sendPv_) return;
-    repeatFlag_ = score == lastPvScore_ && move == lastPvMove_ &&
-                  static_cast<int>(depth) - lastPvDepth_ >= kRepeatDepthGap;
+    const int depth = report.depth, score = report.score;
+    const Move move = report.pv ? report.pv[0] : 0;
+    repeatFlag_ = score == lastPvScore_ && move == lastPvMove_ && depth - lastPvDepth_ >= kRepeatDepthGap;
     if (repeatFlag_ && nextInfoTime_ > searchTime()) return;
-    sendPvLine(depth, score, pool.root.rootPv);
+    sendPvLine(report);
     if (score != lastPvScore_ || move != lastPvMove_) {
-        lastPvDepth_ = static_cast<int>(depth);
+        lastPvDepth_ = depth;
         lastPvScore_ = score;
         lastPvMove_ = move;
     }

@@ -198,11 +198,6 @@ void Uci::playMoves() {
     if (!metOutOfBookKey && outOfBookPly_) onNewGame();
 }
 
-Move Uci::ponderMove() const {
-    const RootSearch& root = pool.root;
-    return root.rootPv[0] ? root.rootPv[1] : 0;
-}
-
 void Uci::sendBestMove(Move best, Move ponder) {
     char text[64] = "bestmove ";
     char* out = writeUciMove(text + 9, best);
@@ -219,7 +214,7 @@ void Uci::sendBestMove(Move best, Move ponder) {
 void Uci::sendHeld(HeldAnswer held, bool withPonder) {
     logMessage("Uci: sending the held bestmove of a finished %s search\n",
                held == HELD_PONDER ? "ponder" : "infinite");
-    sendBestMove(pool.root.bestMove, withPonder ? ponderMove() : 0);
+    sendBestMove(bestMove_, withPonder ? ponderMove_ : 0);
 }
 
 void Uci::onPonderHit() {
@@ -286,8 +281,10 @@ void Uci::onStop() {
     if (verbose_) logProtocol("stop() ok", nullptr);
 }
 
-void Uci::reportFinished(uint32_t depth, int score, Move) {
-    sendPvLine(depth, score, nullptr);
+void Uci::reportFinished(const PvReport& report, Move bestMove, Move ponderMove) {
+    sendPvLine(report);
+    bestMove_ = bestMove;
+    ponderMove_ = ponderMove;
     HeldAnswer hold = HELD_NONE;
     {
         std::lock_guard<std::mutex> lock(statusMutex_);
@@ -307,7 +304,7 @@ void Uci::reportFinished(uint32_t depth, int score, Move) {
         logMessage("Uci:finish() delay sending bestmove of an infinite search until 'stop'\n");
         return;
     }
-    sendBestMove(pool.root.bestMove, ponderMove());
+    sendBestMove(bestMove_, ponderMove_);
 }
 
 }  // namespace quarn

@@ -36,8 +36,8 @@ public:
 
     // The search's reports (called on the master search thread).
     void reportCurrentMove(uint32_t depth, uint32_t moveIndex, Move move) override;
-    void reportPv(uint32_t depth, int score, Move move) override;
-    void reportFinished(uint32_t depth, int score, Move bestMove) override;
+    void reportPv(const PvReport& report) override;
+    void reportFinished(const PvReport& report, Move bestMove, Move ponderMove) override;
 
     UciStatus status();
     bool sendPv() const { return sendPv_; }
@@ -62,7 +62,6 @@ private:
     void setMoveOverhead();
     bool searchRunning();
     void sendBestMove(Move best, Move ponder);
-    Move ponderMove() const;
     void playMoves();
     void writeOptions();
 
@@ -70,7 +69,7 @@ private:
     void clearThrottle();
     uint32_t searchTime() const;
     int writeStatistics(char* buf, int size) const;
-    void sendPvLine(uint32_t depth, int score, const Move* pv);
+    void sendPvLine(const PvReport& report);
 
     Position* position_;
     StreamWriter out_;
@@ -83,6 +82,9 @@ private:
     int moveOverheadMs_ = kDefaultMoveOverheadMs;
     SharedString opponentTitle_, opponentKind_, opponentName_;
     int opponentRating_ = 0;
+
+    // The last finished search's answer, for a held answer sent later.
+    Move bestMove_ = 0, ponderMove_ = 0;
 
     std::mutex statusMutex_;
     UciStatus status_ = FINISHED;

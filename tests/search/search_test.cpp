@@ -27,9 +27,10 @@ constexpr const char* kQueenUp = "rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w 
 // Depth and score of every new best root move, then of the finished search, and its move.
 struct Recorder : SearchReporter {
     void reportCurrentMove(uint32_t, uint32_t, Move) override {}
-    void reportPv(uint32_t d, int s, Move) override { reports.push_back({int(d), s}); }
-    void reportFinished(uint32_t d, int s, Move m) override {
-        reportPv(d, s, best = m);
+    void reportPv(const PvReport& report) override { reports.push_back({report.depth, report.score}); }
+    void reportFinished(const PvReport& report, Move m, Move) override {
+        best = m;
+        reportPv(report);
         ++finished;
     }
     std::vector<std::pair<int, int>> reports;
