@@ -47,7 +47,7 @@ void clearForSearch(SearchThread& t) {
 // Thread 0's work: the other threads along, iterative deepening, then the statistics.
 void masterDriver(SearchThread& t) {
     for (int i = 1; i < pool.threadCount; ++i) wake(*pool.threads[i]);
-    iterate(pool.root);
+    iterate(masterRoot());
     for (int i = 1; i < pool.threadCount; ++i) stopThread(*pool.threads[i]);
     pool.running.store(false);  // reported: from here on Ctrl-C ends the engine again
     SearchStats sum = t.stats;
@@ -120,8 +120,10 @@ void setThreads(int n) {
     for (int i = pool.threadCount - 1; i >= n; --i) endThread(i);
     pool.threadCount = n;
     waitIdle();
-    pool.root.master = pool.threads[0];
-    pool.root.position = &pool.threads[0]->pos;
+    for (int i = 0; i < n; ++i) {
+        pool.roots[i].thread = pool.threads[i];
+        pool.roots[i].position = &pool.threads[i]->pos;
+    }
 }
 
 void initThreads() {
@@ -138,7 +140,7 @@ void startSearch(const Position& pos, SearchReporter* reporter) {
     waitUntilIdle(master);
     pool.stopping.store(0);
     copyPosition(master.pos, pos);
-    RootSearch& root = pool.root;
+    RootSearch& root = masterRoot();
     copyPosition(root.start, pos);
     root.reporter = reporter;
     root.rootStop.store(0);
@@ -160,7 +162,7 @@ void stopSearch() {
 
 void interruptSearch() {
     pool.stopping.store(1);
-    pool.root.rootStop.store(1);
+    masterRoot().rootStop.store(1);
     for (int i = 0; i < pool.threadCount; ++i) stopThread(*pool.threads[i]);
 }
 
@@ -168,7 +170,7 @@ void waitIdle() {
     for (int i = 0; i < pool.threadCount; ++i) waitUntilIdle(*pool.threads[i]);
 }
 
-void setSearchLines(SearchLines* lines) { pool.root.lines = lines; }
+void setSearchLines(SearchLines* lines) { masterRoot().lines = lines; }
 
 void clearSearchHistory() {
     waitIdle();

@@ -12,7 +12,7 @@ namespace quarn {
 constexpr int kMaxThreads = 16;
 
 struct SearchPool {
-    RootSearch root;
+    RootSearch roots[kMaxThreads];  // roots[i] is thread i's; roots[0] the master's
     SearchThread* threads[kMaxThreads];
     int threadCount;
     std::atomic<uint8_t> stopping;
@@ -24,6 +24,9 @@ struct SearchPool {
 };
 
 extern SearchPool pool;
+
+// The master thread's root search: the one that reports and answers.
+inline RootSearch& masterRoot() { return pool.roots[0]; }
 
 // Leaves exactly one search thread, idle.
 void initThreads();

@@ -41,7 +41,7 @@ int rootBias(const RootSearch& root, Move m) {
 int clampScore(int s) { return s < -kInfinity ? -kInfinity : s > kInfinity ? kInfinity : s; }
 
 bool stopNow(RootSearch& root) {
-    if (root.master->stopped() || timeControl.outOfBudget(nodesOf(root))) {
+    if (root.thread->stopped() || timeControl.outOfBudget(nodesOf(root))) {
         root.rootStop.store(1);
         return true;
     }
@@ -52,7 +52,7 @@ bool stopNow(RootSearch& root) {
 int rootStaticEval(RootSearch& root) {
     TtEntry e;
     if (tt.probe(*root.position, e)) return e.staticEval;
-    return evaluate(*root.master->eval);
+    return evaluate(*root.thread->eval);
 }
 
 void storeRoot(RootSearch& root, int depth, int score, Move move, TtBound bound) {
@@ -66,7 +66,7 @@ void storeRoot(RootSearch& root, int depth, int score, Move move, TtBound bound)
 }
 
 PvReport pvReport(const RootSearch& root, int depth, int score, const Move* pv) {
-    return PvReport{1, depth, root.master->maxPly, score, BOUND_EXACT, pv};
+    return PvReport{1, depth, root.thread->maxPly, score, BOUND_EXACT, pv};
 }
 
 void reportNewPv(RootSearch& root, int depth, int score) {
@@ -92,7 +92,7 @@ void storePv(RootSearch& root, int depth, int score) {
         if (!m) break;
         TtEntry old;
         const bool had = tt.probe(pos, old);
-        const int staticEval = had ? old.staticEval : evaluate(*root.master->eval);
+        const int staticEval = had ? old.staticEval : evaluate(*root.thread->eval);
         tt.remove(pos);
         TtEntry e{};
         e.move = m;
@@ -116,7 +116,7 @@ void storePv(RootSearch& root, int depth, int score) {
 const char* stopReason(RootSearch& root, int depth, int score) {
     const uint64_t nodes = nodesOf(root);
     if (timeControl.nodeLimitNow && nodes >= static_cast<uint64_t>(timeControl.nodeLimitNow)) return "stopped\n";
-    if (root.rootStop.load() || root.master->stopped() ||
+    if (root.rootStop.load() || root.thread->stopped() ||
         clockMs() - timeControl.startMs > static_cast<uint32_t>(timeControl.limitMs))
         return "stopped\n";
     timeControl.noteIterationScore(score);
@@ -170,7 +170,7 @@ int buildRootMoves(RootSearch& root) {
 
 // Alpha, beta and the result are compared scores: a move's score plus its rootBias.
 int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
-    SearchThread& t = *root.master;
+    SearchThread& t = *root.thread;
     Position& pos = *root.position;
     const UndoState saved = pos.state;
     int best = -kInfinity;
@@ -319,7 +319,7 @@ void iterate(RootSearch& root) {
     reportEnd(root, depth, root.rootMoves[0].score);
 }
 
-uint64_t nodesOf(const RootSearch& root) { return root.master->stats.total(); }
+uint64_t nodesOf(const RootSearch& root) { return root.thread->stats.total(); }
 
 uint64_t scaleCount(uint64_t n, char& suffix, int times) {
     int i = 0;

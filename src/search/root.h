@@ -57,16 +57,18 @@ struct RootMove {
     int score;
 };
 
+// One thread's root search: its own root moves, best move and variation. The master thread's
+// (thread 0) reports and decides when the search ends.
 struct RootSearch {
-    SearchThread* master;
-    Position* position;
-    SearchReporter* reporter;  // may be absent
+    SearchThread* thread;      // the thread that searches it
+    Position* position;        // that thread's position
+    SearchReporter* reporter;  // the master's only; may be absent
     RootMove rootMoves[kMaxMoves];
     int rootMoveCount;
     Move bestMove;
     Move rootPv[kMaxPly];  // zero-terminated
     std::atomic<uint8_t> rootStop;
-    SearchLines* lines;  // the console's lines, or none
+    SearchLines* lines;  // the console's lines (the master's only), or none
     Position start;      // the position searched, as it was handed over
     // Set for an iteration whose side to move is winning: captures and promotions then count
     // kProgressBias more than their score when root moves are compared.
@@ -83,7 +85,7 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta);
 // The driver: deepens until a limit or a stop rule ends it, then reports the result.
 void iterate(RootSearch& root);
 
-// Nodes searched so far by the master thread.
+// Nodes searched so far by the root's thread.
 uint64_t nodesOf(const RootSearch& root);
 // A count divided by 1024 while above 99999 (at most `times` times), with its suffix letter
 // (blank, k, m, g, t).

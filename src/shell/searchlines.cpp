@@ -40,7 +40,7 @@ void printSearchLine(const RootSearch& root, int score, const char* text) {
     char buf[1200];
     const int depth = root.depth.load();
     int n = std::snprintf(buf, sizeof buf, "%s[%i/%i] %s", depth < 10 ? "  " : depth < 100 ? " " : "",
-                          depth, root.master->maxPly, root.master->maxPly < 10 ? " " : "");
+                          depth, root.thread->maxPly, root.thread->maxPly < 10 ? " " : "");
     const uint32_t ms = clockMs() - timeControl.startMs;
     if (ms < 60000) {
         n += std::snprintf(buf + n, sizeof buf - n, "%8.3f", ms / 1000.0);

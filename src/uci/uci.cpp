@@ -245,8 +245,8 @@ void Uci::onPonderHit() {
             break;
         case PONDERING: {
             // The search thread builds the root moves before its first iteration starts.
-            const int depth = pool.root.depth.load();
-            const int moves = depth > 0 ? pool.root.rootMoveCount : 0;
+            const int depth = masterRoot().depth.load();
+            const int moves = depth > 0 ? masterRoot().rootMoveCount : 0;
             if (timeControl.ponderHit(moves, depth)) pool.threads[0]->requestStop();
             break;
         }

@@ -160,7 +160,7 @@ TEST(SearchRoot, WonPositionsPushAndPromoteAtEveryDepth) {
         const Move expected = parseMove(pos, move);
         for (int depth = 1; depth <= (kSlowBuild ? 8 : 12); ++depth) {
             searchRootTo(pos, depth, nullptr);
-            EXPECT_EQ(pool.root.rootMoves[0].move, expected) << fen << " depth " << depth;
+            EXPECT_EQ(masterRoot().rootMoves[0].move, expected) << fen << " depth " << depth;
         }
     }
 }
@@ -319,7 +319,7 @@ TEST(Mates, FoundWithTheExactScore) {
         };
         ASSERT_TRUE(forcesMate(parseMove(pos, f[2].str().c_str()))) << "wrong data: " << f[2];
         searchRootTo(pos, 2 * n + 1, nullptr);
-        const RootMove& best = pool.root.rootMoves[0];
+        const RootMove& best = masterRoot().rootMoves[0];
         EXPECT_EQ(best.score, 30000 - (2 * n - 1));
         EXPECT_TRUE(forcesMate(best.move)) << best.move;  // any mate in n is right
     }
