@@ -36,6 +36,7 @@ void stopThread(SearchThread& t) {
 void clearForSearch(SearchThread& t) {
     t.stopFlag.store(0);
     std::memset(&t.stats, 0, sizeof t.stats);
+    t.publishNodes();
     std::memset(t.killers, 0, sizeof t.killers);
     for (int& e : t.staticEvals) e = kNoStaticEval;  // the root's is not kept
     t.maxPly = 0;
@@ -44,11 +45,37 @@ void clearForSearch(SearchThread& t) {
     t.savedFiftyStart = t.pos.state.fiftyStart;
 }
 
-// Thread 0's work: the other threads along, iterative deepening, then the statistics.
-void masterDriver(SearchThread& t) {
-    for (int i = 1; i < pool.threadCount; ++i) wake(*pool.threads[i]);
-    iterate(masterRoot());
+// A helper's root record, ready for a search of the master's position.
+void prepareHelper(int index) {
+    SearchThread& h = *pool.threads[index];
+    h.nodesPublished.store(0);  // the last search's count goes before the master reports
+    copyPosition(h.pos, pool.threads[0]->pos);
+    RootSearch& root = pool.roots[index];
+    root.reporter = nullptr;
+    root.lines = nullptr;
+    root.rootStop.store(0);
+    root.depth.store(0);
+    root.won = false;
+    root.bestMove = 0;
+    root.rootPv[0] = 0;
+}
+
+// The master's last act before it reports its result: the helpers stop, and their counts
+// are final before the last line shows them.
+void finishHelpers() {
     for (int i = 1; i < pool.threadCount; ++i) stopThread(*pool.threads[i]);
+    for (int i = 1; i < pool.threadCount; ++i) waitUntilIdle(*pool.threads[i]);
+}
+
+// Thread 0's work: the helpers along on copies of its position, iterative deepening, then the
+// statistics of all threads.
+void masterDriver(SearchThread& t) {
+    for (int i = 1; i < pool.threadCount; ++i) {
+        prepareHelper(i);
+        wake(*pool.threads[i]);
+    }
+    iterate(masterRoot());
+    finishHelpers();
     pool.running.store(false);  // reported: from here on Ctrl-C ends the engine again
     SearchStats sum = t.stats;
     for (int i = 1; i < pool.threadCount; ++i) sum.add(pool.threads[i]->stats);
@@ -70,7 +97,10 @@ void threadMain(SearchThread* t) {
         }
         lock.unlock();
         clearForSearch(*t);
-        if (t->index == 0) masterDriver(*t);
+        if (t->index == 0)
+            masterDriver(*t);
+        else
+            iterate(pool.roots[t->index]);
         lock.lock();
     }
 }
@@ -116,6 +146,7 @@ void SearchStats::add(const SearchStats& o) {
 
 void setThreads(int n) {
     n = n < 1 ? 1 : n > kMaxThreads ? kMaxThreads : n;
+    waitIdle();
     for (int i = pool.threadCount; i < n; ++i) startThread(i);
     for (int i = pool.threadCount - 1; i >= n; --i) endThread(i);
     pool.threadCount = n;
@@ -123,6 +154,7 @@ void setThreads(int n) {
     for (int i = 0; i < n; ++i) {
         pool.roots[i].thread = pool.threads[i];
         pool.roots[i].position = &pool.threads[i]->pos;
+        pool.roots[i].finish = i == 0 ? finishHelpers : nullptr;
     }
 }
 
@@ -137,7 +169,7 @@ void initThreads() {
 
 void startSearch(const Position& pos, SearchReporter* reporter) {
     SearchThread& master = *pool.threads[0];
-    waitUntilIdle(master);
+    waitIdle();
     pool.stopping.store(0);
     copyPosition(master.pos, pos);
     RootSearch& root = masterRoot();
@@ -171,6 +203,7 @@ void waitIdle() {
 }
 
 void setSearchLines(SearchLines* lines) { masterRoot().lines = lines; }
+
 
 void clearSearchHistory() {
     waitIdle();

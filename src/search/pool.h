@@ -9,7 +9,7 @@
 
 namespace quarn {
 
-constexpr int kMaxThreads = 16;
+constexpr int kMaxThreads = 64;
 
 struct SearchPool {
     RootSearch roots[kMaxThreads];  // roots[i] is thread i's; roots[0] the master's
@@ -30,7 +30,9 @@ inline RootSearch& masterRoot() { return pool.roots[0]; }
 
 // Leaves exactly one search thread, idle.
 void initThreads();
-// n clamped to 1..16 threads; threads beyond the first only idle along.
+// n clamped to 1..64 threads: thread 0 is the master, which decides when a search ends and
+// answers; the others search the same position along with it, sharing the table. Waits until
+// no search runs.
 void setThreads(int n);
 // Searches `pos` on thread 0 with the limits in timeControl; returns at once.
 void startSearch(const Position& pos, SearchReporter* reporter);
@@ -41,6 +43,13 @@ void stopSearch();
 void interruptSearch();
 // Returns when every search thread is idle.
 void waitIdle();
+// The nodes the master counts against a node budget: its own exact count and the helpers'
+// published ones.
+inline uint64_t budgetNodes(const SearchThread& master) {
+    uint64_t nodes = master.stats.total();
+    for (int i = 1; i < pool.threadCount; ++i) nodes += publishedNodes(*pool.threads[i]);
+    return nodes;
+}
 // Where every search from now on sends its console lines; none (the protocol, the benchmark)
 // turns them off.
 void setSearchLines(SearchLines* lines);

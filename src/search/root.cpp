@@ -5,6 +5,7 @@
 
 #include "board/movegen.h"
 #include "eval/see.h"
+#include "search/pool.h"
 #include "search/search.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
@@ -41,11 +42,20 @@ int rootBias(const RootSearch& root, Move m) {
 int clampScore(int s) { return s < -kInfinity ? -kInfinity : s > kInfinity ? kInfinity : s; }
 
 bool stopNow(RootSearch& root) {
-    if (root.thread->stopped() || timeControl.outOfBudget(nodesOf(root))) {
+    if (root.thread->stopped() || (isMaster(root) && timeControl.outOfBudget(budgetNodes(*root.thread)))) {
         root.rootStop.store(1);
         return true;
     }
     return false;
+}
+
+// Helper threads skip depths in blocks, so that they do not all search the iteration the
+// master searches: helper i skips blocks of 1 + (i / 4) % 3 depths, offset by its number.
+// What one finds deeper is in the shared table when the master gets there.
+bool helperSkips(uint32_t index, int depth) {
+    const int size = 1 + static_cast<int>(index / 4 % 3);
+    const int phase = static_cast<int>(index % (2 * size));
+    return depth > 1 && (depth + phase) / size % 2 == 1;
 }
 
 // The root's static evaluation, from the table when it has one.
@@ -77,6 +87,8 @@ void reportNewPv(RootSearch& root, int depth, int score) {
 // The final report: the move chosen, and the second move of its variation as the reply
 // expected (none when the variation is one move long).
 void reportEnd(RootSearch& root, int depth, int score) {
+    root.thread->publishNodes();
+    if (root.finish) root.finish();
     if (!root.reporter) return;
     const Move ponder = root.rootPv[0] ? root.rootPv[1] : 0;
     root.reporter->reportFinished(pvReport(root, depth, score, nullptr), root.bestMove, ponder);
@@ -114,7 +126,9 @@ void storePv(RootSearch& root, int depth, int score) {
 
 // The stop rules between iterations; returns the text of the last search line, or null to go on.
 const char* stopReason(RootSearch& root, int depth, int score) {
-    const uint64_t nodes = nodesOf(root);
+    // A helper goes on until the master stops it (or its depth limit is reached).
+    if (!isMaster(root)) return root.thread->stopped() ? "stopped\n" : nullptr;
+    const uint64_t nodes = budgetNodes(*root.thread);
     if (timeControl.nodeLimitNow && nodes >= static_cast<uint64_t>(timeControl.nodeLimitNow)) return "stopped\n";
     if (root.rootStop.load() || root.thread->stopped() ||
         clockMs() - timeControl.startMs > static_cast<uint32_t>(timeControl.limitMs))
@@ -192,12 +206,12 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
         if (k == 0) {
             // 3. The first move with the full window.
             score = -search(t, 1, depth - 1, -b, -a, NODE_PV);
-            if (score <= a) timeControl.firstMoveFailedLow();
+            if (score <= a && isMaster(root)) timeControl.firstMoveFailedLow();
         } else {
             // 4. The others with a zero window, re-searched when they beat the best.
             score = -search(t, 1, depth - 1, -a - 1, -a, NULL_ALLOWED | NODE_CUT);
             if (!stopNow(root) && score > a) {
-                timeControl.newBestMoveSearch();
+                if (isMaster(root)) timeControl.newBestMoveSearch();
                 if (root.lines) {
                     char prefix[32];
                     std::snprintf(prefix, sizeof prefix, "++%i/%i ", k + 1, root.rootMoveCount);
@@ -206,7 +220,7 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
                 score = -search(t, 1, depth - 1, -b, -a, NODE_PV);
                 researched = !t.stopped();
                 if (researched && score <= a && root.lines) root.lines->rootMoveLine(root, score, "--", m);
-                timeControl.newBestMoveDone();
+                if (isMaster(root)) timeControl.newBestMoveDone();
             }
         }
         // 5. Unmake; a stopped search leaves this move unscored. A re-search that finished and
@@ -217,7 +231,7 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
         // 6. Score and effort of the move.
         root.rootMoves[k].score = score;
         root.rootMoves[k].sortKey = nodesOf(root) - before;
-        if (k == 0) timeControl.checkScoreDrop(score);
+        if (k == 0 && isMaster(root)) timeControl.checkScoreDrop(score);
         if (score + bias > best) best = score + bias;
         // 7. A new best move.
         if (score > a) {
@@ -269,8 +283,13 @@ void iterate(RootSearch& root) {
     for (;; ++depth) {
         // 2. A new iteration.
         root.depth.store(depth);
-        timeControl.setDepthDone(depth);
-        timeControl.failLowResolved();
+        if (isMaster(root)) {
+            timeControl.setDepthDone(depth);
+            timeControl.failLowResolved();
+        } else if (helperSkips(root.thread->index, depth) && depth < kMaxDepth &&
+                   !(timeControl.depthLimit && depth >= timeControl.depthLimit)) {
+            continue;
+        }
         const uint64_t startNodes = nodesOf(root);
         // 3. Full window while shallow, then aspiration around the last score.
         if (depth <= kFullWidthDepth) {
@@ -311,7 +330,7 @@ void iterate(RootSearch& root) {
         }
         previousNodes = iterationNodes ? iterationNodes : 1;
         // 6. Depth limits.
-        if (depth == kMaxDepth || (timeControl.depthLimit && depth + 1 > timeControl.depthLimit)) break;
+        if (depth >= kMaxDepth || (timeControl.depthLimit && depth + 1 > timeControl.depthLimit)) break;
         // 7. The rest of the root moves by effort.
         sortBySubtree(root);
     }

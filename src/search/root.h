@@ -76,7 +76,14 @@ struct RootSearch {
     // The iteration running, 0 before the first. Read by the input thread (ponderhit), so it
     // is atomic; once it is above 0 the root moves are built and stay as they are.
     std::atomic<int> depth;
+    // The master's: stops the helper threads and waits for them, before the search reports
+    // its end. None for a helper.
+    void (*finish)();
 };
+
+// Whether the root is the master's: it alone watches the budget, moves the time control's
+// phases, reports, and stops the search.
+inline bool isMaster(const RootSearch& root) { return root.thread->index == 0; }
 
 // All legal moves, ordered by exchange value. Returns their count.
 int buildRootMoves(RootSearch& root);

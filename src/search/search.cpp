@@ -9,6 +9,7 @@
 #include "eval/see.h"
 #include "search/node.h"
 #include "search/ordering.h"
+#include "search/pool.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
 
@@ -572,9 +573,13 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         return quiesce(t, ply, 2, alpha, beta, flags | FROM_SEARCH);
     }
     ++t.stats.nodes;
-    if (timeToCheckLimits(t) && timeControl.outOfBudget(t.stats.total())) {
-        t.requestStop();
-        return stopScore();
+    if (timeToCheckLimits(t)) {
+        t.publishNodes();
+        // The master alone watches the budget; it stops the helpers when it ends.
+        if (t.index == 0 && timeControl.outOfBudget(budgetNodes(t))) {
+            t.requestStop();
+            return stopScore();
+        }
     }
     if (ply > t.maxPly) t.maxPly = ply;
     t.pv[ply][0] = 0;

@@ -64,6 +64,9 @@ struct SearchThread {
     // in every ordinary search.
     Move excluded[kMaxPly + 2];
     std::atomic<uint8_t> stopFlag;
+    // The node total as last published (every 256 full-width nodes and at the end), for the
+    // info lines and the master's node budget; other threads read it while this one runs.
+    std::atomic<uint64_t> nodesPublished;
     UndoState savedState;  // the root state, taken at every wake-up
     uint32_t savedFiftyStart;
     uint32_t index;
@@ -79,8 +82,13 @@ struct SearchThread {
     bool woken;
 
     bool stopped() const { return stopFlag.load(std::memory_order_relaxed) != 0; }
+    void publishNodes() { nodesPublished.store(stats.total(), std::memory_order_relaxed); }
     // The search polls the flag cheaply; raising it is a full-order store.
     void requestStop() { stopFlag.store(1); }
 };
+
+inline uint64_t publishedNodes(const SearchThread& t) {
+    return t.nodesPublished.load(std::memory_order_relaxed);
+}
 
 }  // namespace quarn

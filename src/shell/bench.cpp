@@ -78,18 +78,19 @@ unsigned long long benchNodes(int depth, double* seconds) {
         timeControl.apply(limits);
         startSearch(pos, nullptr);
         waitIdle();
-        nodes += pool.threads[0]->stats.total();
+        for (int i = 0; i < pool.threadCount; ++i) nodes += pool.threads[i]->stats.total();
     }
     if (seconds) *seconds = (wallMs() - start) / 1000.0;
     return nodes;
 }
 
-int runBench(int depth) {
+int runBench(int depth, int threads) {
     if (depth <= 0) depth = kDefaultBenchDepth;
     initTables();
     initCastleKeys();
     tt.resize(kBenchHashKb);
     initThreads();
+    setThreads(threads);
     setQuiet(true);
     double seconds = 0;
     const unsigned long long nodes = benchNodes(depth, &seconds);

@@ -1,5 +1,6 @@
-// `quarn bench [depth]`: a fixed set of positions searched to a fixed depth. The node total
-// is the search's signature: any change of search behaviour changes it.
+// `quarn bench [depth [threads]]`: a fixed set of positions searched to a fixed depth. With one
+// thread the node total is the search's signature: any change of search behaviour changes it.
+// With more, the threads race for the table and the count varies; the speed is the figure.
 #pragma once
 
 namespace quarn {
@@ -9,7 +10,7 @@ constexpr int kDefaultBenchDepth = 11;
 
 // Initialises the engine, searches every position (table cleared before each, console lines
 // off), prints "Nodes searched: <total>" and "Nodes/second: <rate>". Returns the exit status.
-int runBench(int depth);
+int runBench(int depth, int threads = 1);
 
 // Node total of searching the bench positions to `depth` on an initialised engine.
 unsigned long long benchNodes(int depth, double* seconds);

@@ -41,7 +41,8 @@ constexpr char kUsage[] =
     "usage: quarn [--logdir DIR] [--lowercase-promotions]\n"
     "                                the engine: UCI and console on standard input;\n"
     "                                --lowercase-promotions sends e7e8q, not e7e8Q, to the GUI\n"
-    "       quarn bench [depth]      search the built-in positions, print nodes and speed\n"
+    "       quarn bench [depth [threads]]\n"
+    "                                search the built-in positions, print nodes and speed\n"
     "       quarn eval \"<FEN>\"       print every evaluation term of a position\n"
     "       quarn --help | --version\n"
     "UCI options beyond Hash, Ponder, SendPv and UCI_Opponent:\n"
@@ -95,11 +96,13 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (argc >= 2 && !std::strcmp(argv[1], "bench")) {
-        if (argc > 3) {
+        if (argc > 4) {
             std::fputs(kUsage, stderr);
             return kUsageError;
         }
-        return runBench(argc == 3 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 0);
+        const int depth = argc >= 3 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 0;
+        const int threads = argc == 4 ? static_cast<int>(std::strtol(argv[3], nullptr, 10)) : 1;
+        return runBench(depth, threads);
     }
     if (argc >= 2 && !std::strcmp(argv[1], "eval")) {
         if (argc != 3) {

@@ -49,7 +49,7 @@ void printSearchLine(const RootSearch& root, int score, const char* text) {
         n += std::snprintf(buf + n, sizeof buf - n, "%2u:%02u:%02u", s / 3600, s / 60 % 60, s % 60);
     }
     char suffix;
-    const uint64_t nodes = scaleCount(nodesOf(root), suffix, 2);
+    const uint64_t nodes = scaleCount(budgetNodes(*root.thread), suffix, 2);
     n += std::snprintf(buf + n, sizeof buf - n, "%8i%c", static_cast<int>(nodes), suffix);
     if (score >= kMateFound)
         n += std::snprintf(buf + n, sizeof buf - n, "     %+3i#", movesToMate(score));

@@ -19,12 +19,6 @@ constexpr int kRepeatDepthGap = 9;       // a PV repeated over this many plies i
 constexpr int kLineBuffer = 2048;
 constexpr int kMoveRoom = 12;            // the PV stops when less room than this is left
 
-uint64_t searchNodes() {
-    uint64_t nodes = 0;
-    for (int i = 0; i < pool.threadCount; ++i) nodes += pool.threads[i]->stats.total();
-    return nodes;
-}
-
 }  // namespace
 
 void Uci::clearThrottle() {
@@ -39,7 +33,7 @@ uint32_t Uci::searchTime() const { return clockMs() - timeControl.startMs; }
 
 int Uci::writeStatistics(char* buf, int size) const {
     const uint32_t time = searchTime();
-    const uint64_t nodes = searchNodes();
+    const uint64_t nodes = budgetNodes(*pool.threads[0]);  // reports run on the master
     int n = std::snprintf(buf, static_cast<size_t>(size), " time %i nodes %0.0f", static_cast<int>(time),
                           static_cast<double>(nodes));
     if (time > kNpsMinimumMs)

@@ -36,6 +36,23 @@ void Uci::writeOptions() {
     out_.print("option name UCI_EngineAbout type string default %s by %s\n", kEngineName, kAuthor);
     out_.print("option name Move Overhead type spin default %i min 0 max %i\n",
                kDefaultMoveOverheadMs, kLargestMoveOverheadMs);
+    out_.print("option name Threads type spin default 1 min 1 max %i\n", kMaxThreads);
+}
+
+// "setoption name Threads value N", 1 to 64: N search threads from the next search on. While
+// a search runs the count stays; anything else is refused and the count kept.
+void Uci::setThreadCount() {
+    SharedString value = nextWord(arguments_);
+    if (value.equals("value")) value = nextWord(arguments_);
+    char* end = nullptr;
+    const long n = std::strtol(value.chars(), &end, 10);
+    if (value.length() < 2 || *end || n < 1 || n > kMaxThreads) {
+        std::fprintf(stderr, "setoption: Threads takes 1 to %i, not '%s'; kept at %i\n", kMaxThreads,
+                     value.chars(), pool.threadCount);
+        return;
+    }
+    setThreads(static_cast<int>(n));
+    logMessage("threads=%i\n", pool.threadCount);
 }
 
 // "setoption name Move Overhead value N": N milliseconds, 0 to 5000; anything else is refused
@@ -72,9 +89,11 @@ void Uci::onSetOption() {
         opponentName_ = nextWord(arguments_);
         logMessage("Opponent=%s %s, %s, elo=%i\n", opponentTitle_.chars(), opponentName_.chars(),
                    opponentKind_.chars(), opponentRating_);
-    } else if ((name.equals("Hash") || name.equals("Clear")) && searchRunning()) {
-        // The table belongs to the search while it runs.
+    } else if ((name.equals("Hash") || name.equals("Clear") || name.equals("Threads")) && searchRunning()) {
+        // The table and the threads belong to the search while it runs.
         std::fprintf(stderr, "setoption: %s ignored while a search runs\n", name.chars());
+    } else if (name.equals("Threads")) {
+        setThreadCount();
     } else if (name.equals("Move")) {
         SharedString second = nextWord(arguments_);
         if (second.equals("Overhead")) {

@@ -60,6 +60,7 @@ private:
     // Sends a held answer: the best move, with its ponder move when `withPonder`.
     void sendHeld(HeldAnswer held, bool withPonder);
     void setMoveOverhead();
+    void setThreadCount();
     bool searchRunning();
     void sendBestMove(Move best, Move ponder);
     void playMoves();
