@@ -58,6 +58,7 @@ void prepareHelper(int index) {
     root.won = false;
     root.bestMove = 0;
     root.rootPv[0] = 0;
+    root.pvLines = 1;  // a helper only feeds the table
 }
 
 // The master's last act before it reports its result: the helpers stop, and their counts
@@ -167,14 +168,18 @@ void initThreads() {
     setThreads(1);
 }
 
-void startSearch(const Position& pos, SearchReporter* reporter) {
+void startSearch(const Position& pos, SearchReporter* reporter, const Move* searchMoves,
+                 int searchMoveCount) {
     SearchThread& master = *pool.threads[0];
     waitIdle();
+    pool.searchMoveCount = searchMoveCount;
+    for (int i = 0; i < searchMoveCount; ++i) pool.searchMoves[i] = searchMoves[i];
     pool.stopping.store(0);
     copyPosition(master.pos, pos);
     RootSearch& root = masterRoot();
     copyPosition(root.start, pos);
     root.reporter = reporter;
+    root.pvLines = pool.multiPv > 1 ? pool.multiPv : 1;
     root.rootStop.store(0);
     root.depth.store(0);
     root.won = false;

@@ -21,6 +21,11 @@ struct SearchPool {
     // Whether Ctrl-C may stop the search running (one started at the console); set by the
     // caller before startSearch.
     std::atomic<bool> interruptible;
+    // Set while no search runs, read by the searches: the lines the master shows (MultiPV),
+    // and the root moves a "go searchmoves" keeps to (none listed: all).
+    int multiPv;
+    Move searchMoves[kMaxMoves];
+    int searchMoveCount;
 };
 
 extern SearchPool pool;
@@ -34,8 +39,10 @@ void initThreads();
 // answers; the others search the same position along with it, sharing the table. Waits until
 // no search runs.
 void setThreads(int n);
-// Searches `pos` on thread 0 with the limits in timeControl; returns at once.
-void startSearch(const Position& pos, SearchReporter* reporter);
+// Searches `pos` on thread 0 (and the helpers) with the limits in timeControl, among the
+// `searchMoveCount` moves listed (none: all legal moves); returns at once.
+void startSearch(const Position& pos, SearchReporter* reporter, const Move* searchMoves = nullptr,
+                 int searchMoveCount = 0);
 // Stops every thread and waits until all are idle.
 void stopSearch();
 // Asks the running search to stop as "stop" does, without waiting: only atomic stores, so a

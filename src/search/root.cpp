@@ -1,6 +1,7 @@
 #include "search/root.h"
 
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 
 #include "board/movegen.h"
@@ -134,25 +135,95 @@ const char* stopReason(RootSearch& root, int depth, int score) {
         clockMs() - timeControl.startMs > static_cast<uint32_t>(timeControl.limitMs))
         return "stopped\n";
     timeControl.noteIterationScore(score);
+    // "go mate N": a mate in N moves or fewer is what was asked for.
+    if (timeControl.mateLimit && score >= kMateFound && movesToMate(score) <= timeControl.mateLimit)
+        return "(mate found)\n";
     if (timeControl.infinite) return nullptr;
-    if (kMateScore - std::abs(score) <= depth + 1) return "(optimal)\n";
-    if (depth > 1 && root.rootMoveCount == 1) return "single move\n";
+    // A mate proven this shallow cannot get shorter; the other lines of MultiPV still can.
+    if (root.pvLines == 1 && kMateScore - std::abs(score) <= depth + 1) return "(optimal)\n";
+    // A forced move is played at once; one that "go searchmoves" singled out is searched as asked.
+    if (depth > 1 && root.legalMoveCount == 1) return "single move\n";
     if (clockMs() - timeControl.startMs > timeControl.timeLimitMs[1]) return "ok/stop\n";
     if (timeControl.nodeLimit[1] != 0 && nodes > static_cast<uint64_t>(timeControl.nodeLimit[1]))
         return "ok/stopnodes\n";
     return nullptr;
 }
 
-// Root moves after the best, by the nodes they took: the hard ones come first.
+// Root moves after the best (and the lines shown), by the nodes they took: the hard ones come
+// first.
 void sortBySubtree(RootSearch& root) {
-    for (int i = 2; i < root.rootMoveCount; ++i) {
+    const int first = root.pvLines > 2 ? root.pvLines : 2;
+    for (int i = first; i < root.rootMoveCount; ++i) {
         const RootMove m = root.rootMoves[i];
         int j = i;
-        while (j > 1 && root.rootMoves[j - 1].sortKey < m.sortKey) {
+        while (j > first - 1 && root.rootMoves[j - 1].sortKey < m.sortKey) {
             root.rootMoves[j] = root.rootMoves[j - 1];
             --j;
         }
         root.rootMoves[j] = m;
+    }
+}
+
+// The variation of a root move that became best: the move and its child's line.
+void copyLine(Move* to, Move m, const Move* child) {
+    to[0] = m;
+    int i = 0;
+    for (; i + 1 < kMaxPly - 1 && child[i]; ++i) to[i + 1] = child[i];
+    to[i + 1] = 0;
+}
+
+// Swaps root moves i and j, with their variations when both are lines shown.
+void swapRootMoves(RootSearch& root, int i, int j) {
+    const RootMove tmp = root.rootMoves[i];
+    root.rootMoves[i] = root.rootMoves[j];
+    root.rootMoves[j] = tmp;
+    if (i < root.pvLines && j < root.pvLines) {
+        Move line[kMaxPly];
+        std::memcpy(line, root.linePv[i], sizeof line);
+        std::memcpy(root.linePv[i], root.linePv[j], sizeof line);
+        std::memcpy(root.linePv[j], line, sizeof line);
+    }
+}
+
+// One line of an iteration: the full window while shallow, then aspiration around the line's
+// last score, widened on the side it fails until the score falls inside.
+void searchLine(RootSearch& root, int depth, int pvIndex) {
+    if (depth <= kFullWidthDepth) {
+        searchRoot(root, depth, -kInfinity, kInfinity, pvIndex);
+        return;
+    }
+    const int p = root.rootMoves[pvIndex].score + rootBias(root, root.rootMoves[pvIndex].move);
+    int low = 0, high = 0;
+    int alpha = clampScore(p - kAspirationDeltas[0]), beta = clampScore(p + kAspirationDeltas[0]);
+    for (;;) {
+        const int score = searchRoot(root, depth, alpha, beta, pvIndex);
+        if (root.rootStop.load()) return;
+        if (score >= beta && beta < kInfinity) {
+            while (high < kDeltaCount - 1 && p + kAspirationDeltas[high] <= score) ++high;
+            beta = clampScore(p + kAspirationDeltas[high]);
+        } else if (score <= alpha && alpha > -kInfinity) {
+            while (low < kDeltaCount - 1 && p - kAspirationDeltas[low] >= score) ++low;
+            alpha = clampScore(p - kAspirationDeltas[low]);
+        } else {
+            return;
+        }
+    }
+}
+
+// After a MultiPV iteration: the lines in order of score (a later line can come out above an
+// earlier one, the search being what it is), the best as the move to play, every line shown.
+void reportLines(RootSearch& root, int depth) {
+    for (int i = 1; i < root.pvLines; ++i)
+        for (int j = i; j > 0 && root.rootMoves[j].score > root.rootMoves[j - 1].score; --j)
+            swapRootMoves(root, j, j - 1);
+    root.bestMove = root.rootMoves[0].move;
+    std::memcpy(root.rootPv, root.linePv[0], sizeof root.rootPv);
+    if (root.lines) root.lines->bestLine(root, root.rootMoves[0].score);
+    if (!root.reporter) return;
+    for (int i = 0; i < root.pvLines; ++i) {
+        const PvReport report{i + 1, depth, root.thread->maxPly, root.rootMoves[i].score, BOUND_EXACT,
+                              root.linePv[i]};
+        root.reporter->reportPv(report);
     }
 }
 
@@ -161,6 +232,16 @@ void sortBySubtree(RootSearch& root) {
 int buildRootMoves(RootSearch& root) {
     Move moves[kMaxMoves];
     Move* end = generateMoves(*root.position, moves);
+    root.legalMoveCount = static_cast<int>(end - moves);
+    // "go searchmoves": only the moves listed, when any of them is legal.
+    const int listed = pool.searchMoveCount;
+    if (listed) {
+        Move* kept = moves;
+        for (Move* m = moves; m != end; ++m)
+            for (int i = 0; i < listed; ++i)
+                if (*m == pool.searchMoves[i]) *kept++ = *m;
+        if (kept != moves) end = kept;
+    }
     root.rootMoveCount = static_cast<int>(end - moves);
     for (int i = 0; i < root.rootMoveCount; ++i) {
         const int value = see(*root.position, moves[i]);
@@ -182,13 +263,16 @@ int buildRootMoves(RootSearch& root) {
     return root.rootMoveCount;
 }
 
-// Alpha, beta and the result are compared scores: a move's score plus its rootBias.
-int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
+// Alpha, beta and the result are compared scores: a move's score plus its rootBias. Line 0 is
+// the search proper: it moves the time control, stores the root in the table and reports each
+// new best move; the other lines of a MultiPV search only find their best move.
+int searchRoot(RootSearch& root, int depth, int alpha, int beta, int pvIndex) {
     SearchThread& t = *root.thread;
     Position& pos = *root.position;
     const UndoState saved = pos.state;
+    const bool main = pvIndex == 0, timing = main && isMaster(root);
     int best = -kInfinity;
-    for (int k = 0; k < root.rootMoveCount; ++k) {
+    for (int k = pvIndex; k < root.rootMoveCount; ++k) {
         // 1. Stop test.
         if (stopNow(root)) return best;
         // 2. Make the move and report it; its window is shifted by its bias.
@@ -203,15 +287,15 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
         if (root.reporter) root.reporter->reportCurrentMove(static_cast<uint32_t>(depth), static_cast<uint32_t>(k), m);
         int score;
         bool researched = false;
-        if (k == 0) {
+        if (k == pvIndex) {
             // 3. The first move with the full window.
             score = -search(t, 1, depth - 1, -b, -a, NODE_PV);
-            if (score <= a && isMaster(root)) timeControl.firstMoveFailedLow();
+            if (score <= a && timing) timeControl.firstMoveFailedLow();
         } else {
             // 4. The others with a zero window, re-searched when they beat the best.
             score = -search(t, 1, depth - 1, -a - 1, -a, NULL_ALLOWED | NODE_CUT);
             if (!stopNow(root) && score > a) {
-                if (isMaster(root)) timeControl.newBestMoveSearch();
+                if (timing) timeControl.newBestMoveSearch();
                 if (root.lines) {
                     char prefix[32];
                     std::snprintf(prefix, sizeof prefix, "++%i/%i ", k + 1, root.rootMoveCount);
@@ -220,7 +304,7 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
                 score = -search(t, 1, depth - 1, -b, -a, NODE_PV);
                 researched = !t.stopped();
                 if (researched && score <= a && root.lines) root.lines->rootMoveLine(root, score, "--", m);
-                if (isMaster(root)) timeControl.newBestMoveDone();
+                if (timing) timeControl.newBestMoveDone();
             }
         }
         // 5. Unmake; a stopped search leaves this move unscored. A re-search that finished and
@@ -231,27 +315,23 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta) {
         // 6. Score and effort of the move.
         root.rootMoves[k].score = score;
         root.rootMoves[k].sortKey = nodesOf(root) - before;
-        if (k == 0 && isMaster(root)) timeControl.checkScoreDrop(score);
+        if (k == pvIndex && timing) timeControl.checkScoreDrop(score);
         if (score + bias > best) best = score + bias;
         // 7. A new best move.
         if (score > a) {
-            if (k > 0) {
-                const RootMove tmp = root.rootMoves[k];
-                root.rootMoves[k] = root.rootMoves[0];
-                root.rootMoves[0] = tmp;
+            if (k > pvIndex) swapRootMoves(root, k, pvIndex);
+            copyLine(root.linePv[pvIndex], m, t.pv[1]);
+            if (main) {
+                root.bestMove = m;
+                copyLine(root.rootPv, m, t.pv[1]);
+                storeRoot(root, depth, score, m, BOUND_LOWER);
+                if (root.pvLines == 1) reportNewPv(root, depth, score);
             }
-            root.bestMove = m;
-            root.rootPv[0] = m;
-            int i = 0;
-            for (; i + 1 < kMaxPly - 1 && t.pv[1][i]; ++i) root.rootPv[i + 1] = t.pv[1][i];
-            root.rootPv[i + 1] = 0;
-            storeRoot(root, depth, score, m, BOUND_LOWER);
-            reportNewPv(root, depth, score);
             if (score >= b) return score + bias;
             alpha = score + bias;
         }
     }
-    if (root.rootMoveCount) {
+    if (main && root.rootMoveCount) {
         const int bias = rootBias(root, root.rootMoves[0].move);
         if (root.rootMoves[0].score > alpha - bias)
             storeRoot(root, depth, alpha - bias, root.rootMoves[0].move, BOUND_EXACT);
@@ -278,6 +358,9 @@ void iterate(RootSearch& root) {
     // Until a root move has been searched the first one stands: a stop in the first
     // milliseconds must still answer with a legal move.
     root.bestMove = root.rootMoves[0].move;
+    if (root.pvLines > root.rootMoveCount) root.pvLines = root.rootMoveCount;
+    const Move noChild[1] = {0};
+    for (int i = 0; i < root.pvLines; ++i) copyLine(root.linePv[i], root.rootMoves[i].move, noChild);
     int depth = 1, score = 0;
     uint64_t previousNodes = 1;
     for (;; ++depth) {
@@ -291,27 +374,9 @@ void iterate(RootSearch& root) {
             continue;
         }
         const uint64_t startNodes = nodesOf(root);
-        // 3. Full window while shallow, then aspiration around the last score.
-        if (depth <= kFullWidthDepth) {
-            searchRoot(root, depth, -kInfinity, kInfinity);
-        } else {
-            const int p = root.rootMoves[0].score + rootBias(root, root.rootMoves[0].move);
-            int low = 0, high = 0;
-            int alpha = clampScore(p - kAspirationDeltas[0]), beta = clampScore(p + kAspirationDeltas[0]);
-            for (;;) {
-                score = searchRoot(root, depth, alpha, beta);
-                if (root.rootStop.load()) break;
-                if (score >= beta && beta < kInfinity) {
-                    while (high < kDeltaCount - 1 && p + kAspirationDeltas[high] <= score) ++high;
-                    beta = clampScore(p + kAspirationDeltas[high]);
-                } else if (score <= alpha && alpha > -kInfinity) {
-                    while (low < kDeltaCount - 1 && p - kAspirationDeltas[low] >= score) ++low;
-                    alpha = clampScore(p - kAspirationDeltas[low]);
-                } else {
-                    break;
-                }
-            }
-        }
+        // 3. Each line shown, best first (one but with MultiPV).
+        for (int i = 0; i < root.pvLines && !root.rootStop.load(); ++i) searchLine(root, depth, i);
+        if (root.pvLines > 1 && !root.rootStop.load()) reportLines(root, depth);
         score = root.rootMoves[0].score;
         root.won = score > kWinningScore;
         // 4. The PV into the table.

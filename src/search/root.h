@@ -51,6 +51,9 @@ public:
     virtual void iterationLine(const RootSearch& root, int score, const char* text) = 0;
 };
 
+// The most lines a search can be asked to show (the MultiPV option).
+constexpr int kMaxPvLines = 64;
+
 struct RootMove {
     Move move;
     uint64_t sortKey;  // exchange value + 1000 at first; then the nodes of the last iteration
@@ -65,8 +68,13 @@ struct RootSearch {
     SearchReporter* reporter;  // the master's only; may be absent
     RootMove rootMoves[kMaxMoves];
     int rootMoveCount;
+    int legalMoveCount;  // before "go searchmoves" kept some of them
     Move bestMove;
     Move rootPv[kMaxPly];  // zero-terminated
+    // Lines searched in full, best first (1 but for the master with MultiPV above 1); the
+    // variation of rootMoves[i] is linePv[i].
+    int pvLines;
+    Move linePv[kMaxPvLines][kMaxPly];
     std::atomic<uint8_t> rootStop;
     SearchLines* lines;  // the console's lines (the master's only), or none
     Position start;      // the position searched, as it was handed over
@@ -87,8 +95,9 @@ inline bool isMaster(const RootSearch& root) { return root.thread->index == 0; }
 
 // All legal moves, ordered by exchange value. Returns their count.
 int buildRootMoves(RootSearch& root);
-// One pass over the root moves at `depth`; returns the best score seen.
-int searchRoot(RootSearch& root, int depth, int alpha, int beta);
+// One pass over the root moves from index `pvIndex` at `depth`, the first of them with the
+// full window: the best of them ends up at `pvIndex`. Returns the best score seen.
+int searchRoot(RootSearch& root, int depth, int alpha, int beta, int pvIndex = 0);
 // The driver: deepens until a limit or a stop rule ends it, then reports the result.
 void iterate(RootSearch& root);
 

@@ -64,6 +64,7 @@ void TimeControl::apply(const SearchLimits& limits) {
     setNodeLimit(limits.nodes);
     reserveMs = 0;
     depthLimit = limits.depth;
+    mateLimit = limits.mateMoves;
     if (limits.outOfBookMoves >= 0) outOfBookMoves = limits.outOfBookMoves;
     if (limits.moveTimeMs >= 0) {
         setMoveTime(static_cast<uint32_t>(limits.moveTimeMs));

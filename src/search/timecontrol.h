@@ -38,6 +38,7 @@ struct SearchLimits {
     int reserveMs = 0;           // kept back from the clock
     int outOfBookMoves = -1;     // own moves since the book (1 = the first); -1: as before
     bool infinite = false;       // go infinite or ponder: no time limit until ponderhit
+    int mateMoves = 0;           // go mate N: stop once a mate in N moves or fewer is found; 0: none
 };
 
 // Shared without a lock: the go command and ponderhit write it from the input thread, the
@@ -58,6 +59,7 @@ public:
     uint8_t infinite = 0;   // go infinite or ponder: no time limit until ponderhit
     uint8_t canPonder = 0;  // we may ponder, so every base budget grows by 1.3
     int32_t depthLimit = 0;
+    int32_t mateLimit = 0;     // go mate N: a mate in this many moves or fewer ends the search
     int64_t nodeLimitNow = 0;  // node budget in force; 0 = none
     int32_t lastScore = 0;     // root score of the last completed iteration
     int32_t prevScore = 0;     // and of the one before

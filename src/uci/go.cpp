@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "board/movetext.h"
 #include "search/pool.h"
 #include "search/timecontrol.h"
 #include "shell/log.h"
@@ -15,8 +16,10 @@ constexpr int kReserveShare = 8;
 
 struct GoParameters {
     int wtime = -1, btime = -1, winc = 0, binc = 0;
-    int depth = 0, nodes = 0, movetime = -1, movestogo = 0;
+    int depth = 0, nodes = 0, movetime = -1, movestogo = 0, mate = 0;
     bool infinite = false, ponder = false;
+    Move searchMoves[kMaxMoves];
+    int searchMoveCount = 0;
 };
 
 // The numeric parameters by name; a missing or empty value leaves the default.
@@ -28,7 +31,15 @@ constexpr NumericParameter kNumeric[] = {
     {"wtime", &GoParameters::wtime}, {"btime", &GoParameters::btime},   {"winc", &GoParameters::winc},
     {"binc", &GoParameters::binc},   {"depth", &GoParameters::depth},   {"nodes", &GoParameters::nodes},
     {"movetime", &GoParameters::movetime}, {"movestogo", &GoParameters::movestogo},
+    {"mate", &GoParameters::mate},
 };
+
+// A word that starts another go parameter, and so ends a searchmoves list.
+bool isGoWord(const SharedString& word) {
+    for (const NumericParameter& n : kNumeric)
+        if (word.equals(n.name)) return true;
+    return word.equals("infinite") || word.equals("ponder") || word.equals("searchmoves");
+}
 
 }  // namespace
 
@@ -43,9 +54,15 @@ void Uci::onGo() {
     // 3. Parameters.
     GoParameters p;
     UciStatus next = SEARCHING;
-    while (arguments_.length() >= 2) {
-        SharedString word = nextWord(arguments_);
+    SharedString pending;  // a word that ended a searchmoves list, to be read as a parameter
+    while (pending.length() >= 2 || arguments_.length() >= 2) {
+        SharedString word = pending.length() >= 2 ? pending : nextWord(arguments_);
+        pending = SharedString();
         if (word.length() < 2) break;
+        if (word.equals("searchmoves")) {
+            pending = readSearchMoves(p.searchMoves, p.searchMoveCount);
+            continue;
+        }
         bool known = false;
         for (const NumericParameter& n : kNumeric) {
             if (!word.equals(n.name)) continue;
@@ -80,6 +97,7 @@ void Uci::onGo() {
     limits.nodes = p.nodes;
     limits.depth = p.depth;
     limits.movesToGo = p.movestogo;
+    limits.mateMoves = p.mate > 0 ? p.mate : 0;
     // 6. Moves since the book.
     const int recorded = static_cast<int>(outOfBookPly_), ply = static_cast<int>(position_->ply);
     if (recorded - 1 <= ply) {
@@ -111,7 +129,7 @@ void Uci::onGo() {
     }
     timeControl.apply(limits);
     // 8. Nothing limits the search: only "stop" will end it.
-    if (!p.nodes && !p.depth && !p.infinite && !timed) {
+    if (!p.nodes && !p.depth && !p.infinite && !timed && !p.mate) {
         std::fputs("go(): no time/depth/node limit\n", stderr);
     }
     logMessage("Nominal search time is %3.2f seconds, infinite=%i, nodes=%i\n",
@@ -120,8 +138,24 @@ void Uci::onGo() {
     // 10. Go.
     clearThrottle();
     pool.interruptible.store(!uciMode_);  // a "go" typed at the console, Ctrl-C may stop
-    startSearch(*position_, this);
+    startSearch(*position_, this, p.searchMoves, p.searchMoveCount);
     if (verbose_) logProtocol("go() ok", nullptr);
+}
+
+SharedString Uci::readSearchMoves(Move* moves, int& count) {
+    for (;;) {
+        if (arguments_.length() < 2) return SharedString();
+        SharedString word = nextWord(arguments_);
+        if (word.length() < 2 || isGoWord(word)) return word;
+        const Move m = parseMove(*position_, word.chars());
+        if (!m) {
+            std::fprintf(stderr, "go: searchmoves: '%s' is no legal move here; left out\n", word.chars());
+            continue;
+        }
+        bool listed = false;
+        for (int i = 0; i < count; ++i) listed |= moves[i] == m;
+        if (!listed && count < kMaxMoves) moves[count++] = m;
+    }
 }
 
 }  // namespace quarn

@@ -53,6 +53,8 @@ void Uci::sendPvLine(const PvReport& report) {
     char buf[kLineBuffer];
     int n = std::snprintf(buf, sizeof buf, "info depth %u seldepth %u", static_cast<uint32_t>(report.depth),
                           static_cast<uint32_t>(report.selDepth));
+    // Lines are numbered when several are shown.
+    if (pool.multiPv > 1 && pv) n += std::snprintf(buf + n, sizeof buf - n, " multipv %i", report.index);
     // The two mate formulas are not mirror images; both are the protocol's text.
     if (score > kMateFound)
         n += std::snprintf(buf + n, sizeof buf - n, " score mate %i", movesToMate(score));

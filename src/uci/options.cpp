@@ -37,6 +37,24 @@ void Uci::writeOptions() {
     out_.print("option name Move Overhead type spin default %i min 0 max %i\n",
                kDefaultMoveOverheadMs, kLargestMoveOverheadMs);
     out_.print("option name Threads type spin default 1 min 1 max %i\n", kMaxThreads);
+    out_.print("option name MultiPV type spin default 1 min 1 max %i\n", kMaxPvLines);
+}
+
+// "setoption name MultiPV value N", 1 to 64: the best N moves are searched in full, each with
+// its own line. Anything else is refused and the count kept.
+void Uci::setMultiPv() {
+    SharedString value = nextWord(arguments_);
+    if (value.equals("value")) value = nextWord(arguments_);
+    char* end = nullptr;
+    const long n = std::strtol(value.chars(), &end, 10);
+    const int now = pool.multiPv > 1 ? pool.multiPv : 1;
+    if (value.length() < 2 || *end || n < 1 || n > kMaxPvLines) {
+        std::fprintf(stderr, "setoption: MultiPV takes 1 to %i, not '%s'; kept at %i\n", kMaxPvLines,
+                     value.chars(), now);
+        return;
+    }
+    pool.multiPv = static_cast<int>(n);
+    logMessage("multipv=%i\n", pool.multiPv);
 }
 
 // "setoption name Threads value N", 1 to 64: N search threads from the next search on. While
@@ -89,11 +107,15 @@ void Uci::onSetOption() {
         opponentName_ = nextWord(arguments_);
         logMessage("Opponent=%s %s, %s, elo=%i\n", opponentTitle_.chars(), opponentName_.chars(),
                    opponentKind_.chars(), opponentRating_);
-    } else if ((name.equals("Hash") || name.equals("Clear") || name.equals("Threads")) && searchRunning()) {
+    } else if ((name.equals("Hash") || name.equals("Clear") || name.equals("Threads") ||
+                name.equals("MultiPV")) &&
+               searchRunning()) {
         // The table and the threads belong to the search while it runs.
         std::fprintf(stderr, "setoption: %s ignored while a search runs\n", name.chars());
     } else if (name.equals("Threads")) {
         setThreadCount();
+    } else if (name.equals("MultiPV")) {
+        setMultiPv();
     } else if (name.equals("Move")) {
         SharedString second = nextWord(arguments_);
         if (second.equals("Overhead")) {

@@ -246,7 +246,7 @@ void Uci::onPonderHit() {
         case PONDERING: {
             // The search thread builds the root moves before its first iteration starts.
             const int depth = masterRoot().depth.load();
-            const int moves = depth > 0 ? masterRoot().rootMoveCount : 0;
+            const int moves = depth > 0 ? masterRoot().legalMoveCount : 0;
             if (timeControl.ponderHit(moves, depth)) pool.threads[0]->requestStop();
             break;
         }

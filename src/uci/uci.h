@@ -61,6 +61,10 @@ private:
     void sendHeld(HeldAnswer held, bool withPonder);
     void setMoveOverhead();
     void setThreadCount();
+    void setMultiPv();
+    // The moves of a "go searchmoves" list, legal ones kept, the others refused on stderr; returns
+    // the word that ended the list (another go parameter), or an empty one.
+    SharedString readSearchMoves(Move* moves, int& count);
     bool searchRunning();
     void sendBestMove(Move best, Move ponder);
     void playMoves();

@@ -326,14 +326,95 @@ TEST(Mates, FoundWithTheExactScore) {
     for (int n = 0; n <= 4; ++n) EXPECT_EQ(count[n], n ? 5 : 0) << n;
 }
 
+// "go mate N": with no other limit the search runs until it proves a mate in N moves or fewer,
+// and plays its first move; asked for a mate in 2 where the shortest is 3, it never claims
+// one (depth-limited here, since otherwise only "stop" would end it).
+TEST(Mates, MateLimitStopsOnAMateThatShortAndClaimsNoShorterOne) {
+    static const std::regex epd(R"re(^(.*) bm ([^;+#]+)[+#]*; dm 3; id "([^"]+)";)re");
+    std::ifstream in(dataPath("mates.epd"));
+    int found = 0;
+    std::smatch f;
+    for (std::string line; std::getline(in, line);) {
+        if (!std::regex_search(line, f, epd)) continue;
+        SCOPED_TRACE(f[3].str());
+        Position pos = positionFrom(f[1]);
+        for (const int asked : {3, 2}) {
+            prepareSearch(0);
+            SearchLimits limits;
+            limits.mateMoves = asked;
+            limits.depth = asked == 2 ? 7 : 0;
+            timeControl.apply(limits);
+            Recorder reporter;
+            startSearch(pos, &reporter);
+            waitIdle();
+            const RootMove& best = masterRoot().rootMoves[0];
+            if (asked == 3) {
+                EXPECT_EQ(best.score, 30000 - 5);
+                EXPECT_TRUE(after(pos, best.move, [&] { return lost(pos, 2); })) << best.move;
+            }
+            for (const auto& [depth, score] : reporter.reports) EXPECT_LE(score, 30000 - 5) << depth;
+        }
+        ++found;
+    }
+    EXPECT_EQ(found, 5);
+}
+
+// MultiPV: the best three moves each get a line of their own, distinct and in order of score,
+// each score within 30 points of a search of that move alone ("searchmoves") to the same depth
+// right after. A proven mate does not end a MultiPV search early: the last position is a
+// mate in two whose other lines still go to the full depth.
+TEST(SearchLines, MultiPvLinesAgreeWithSearchesOfEachMove) {
+    constexpr int kDepth = 7;
+    const char* fens[] = {
+        "r1bqkbnr/pp1ppppp/2n5/2p5/4P3/5N2/PPPP1PPP/RNBQKB1R w KQkq - 2 3",
+        "r4rk1/1pp1qppp/p1np1n2/2b1p1B1/2B1P1b1/P1NP1N2/1PP1QPPP/R4RK1 w - - 0 10",
+        "8/2p5/3p4/KP5r/1R3p1k/8/4P1P1/8 w - - 0 1",
+        "2rr3k/pp3pp1/1nnqbN1p/3pN3/2pP4/2P3Q1/PPB4P/R4RK1 w - - 0 1",
+    };
+    for (const char* fen : fens) {
+        SCOPED_TRACE(fen);
+        const Position pos = positionFrom(fen);
+        prepareSearch(kDepth);
+        pool.multiPv = 3;
+        startSearch(pos, nullptr);
+        waitIdle();
+        pool.multiPv = 1;
+        RootMove lines[3];
+        for (int i = 0; i < 3; ++i) lines[i] = masterRoot().rootMoves[i];
+        EXPECT_TRUE(lines[0].move != lines[1].move && lines[1].move != lines[2].move &&
+                    lines[0].move != lines[2].move);
+        EXPECT_GE(lines[0].score, lines[1].score);
+        EXPECT_GE(lines[1].score, lines[2].score);
+        EXPECT_EQ(masterRoot().bestMove, lines[0].move);
+        for (const RootMove& l : lines) {
+            EXPECT_EQ(masterRoot().linePv[&l - lines][0], l.move);
+            // The same table: the search of the move alone finds what the lines left.
+            SearchLimits limits;
+            limits.depth = kDepth;
+            timeControl.apply(limits);
+            startSearch(pos, nullptr, &l.move, 1);
+            waitIdle();
+            EXPECT_EQ(masterRoot().rootMoveCount, 1);
+            const int alone = masterRoot().rootMoves[0].score;
+            if (std::abs(l.score) < 3000) {
+                EXPECT_NEAR(alone, l.score, 30) << moveText(pos, l.move);
+            }
+        }
+    }
+}
+
 // Stop at once, after a moment, or let a short move time end the search by itself; a stop
-// with no search running returns at once. Also run under ThreadSanitizer, which must stay silent.
-TEST(SearchThreads, StartAndStopManyTimes) {
+// with no search running returns at once. With one, two and four threads; also run under
+// ThreadSanitizer, which must stay silent.
+class SearchThreads : public ::testing::TestWithParam<int> {};
+
+TEST_P(SearchThreads, StartAndStopManyTimes) {
     const Position pos =
         positionFrom("r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1");
     Recorder reporter;
     for (int i = 0; i < 40; ++i) {
         prepareSearch(0, i % 3 == 2 ? 30 : 1000);
+        setThreads(GetParam());
         startSearch(pos, &reporter);
         if (i % 3 == 1) std::this_thread::sleep_for(std::chrono::milliseconds(i % 7));
         if (i % 3 != 2) stopSearch();
@@ -343,6 +424,30 @@ TEST(SearchThreads, StartAndStopManyTimes) {
     EXPECT_NE(reporter.best, 0u);
     for (int i = 0; i < 100; ++i) stopSearch();
     waitIdle();
+    setThreads(1);
+}
+INSTANTIATE_TEST_SUITE_P(Threads, SearchThreads, ::testing::Values(1, 2, 4));
+
+// Helper threads search along and share the table: a fixed-depth search with four threads
+// still finds the mates of the suite with their exact scores, and node budgets count every
+// thread's nodes (100000 nodes over four threads stop well before each has 100000).
+TEST(SearchThreadsShared, HelpersKeepResultsSoundAndBudgetsShared) {
+    const char* mateInTwo = "2rr3k/pp3pp1/1nnqbN1p/3pN3/2pP4/2P3Q1/PPB4P/R4RK1 w - - 0 1";
+    prepareSearch(5);
+    setThreads(4);
+    Recorder reporter;
+    startSearch(positionFrom(mateInTwo), &reporter);
+    waitIdle();
+    EXPECT_EQ(masterRoot().rootMoves[0].score, 30000 - 3);
+    prepareSearch(0, 0xFFFFFFFFu, 100000);
+    setThreads(4);
+    startSearch(positionFrom(kQueenUp), &reporter);
+    waitIdle();
+    uint64_t total = 0;
+    for (int i = 0; i < 4; ++i) total += pool.threads[i]->stats.total();
+    EXPECT_LT(total, 160000u);
+    EXPECT_GT(pool.threads[1]->stats.total() + pool.threads[2]->stats.total(), 0u);
+    setThreads(1);
 }
 
 // The search's signature: the node total of `quarn bench 5`, the same on every run and in
