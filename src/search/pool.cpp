@@ -33,8 +33,9 @@ void stopThread(SearchThread& t) {
     t.requestStop();
 }
 
+// The thread's own preparations when it wakes. Its stop flag is the waker's to clear, before
+// the wake: a stop that lands between the wake and this point must not be lost.
 void clearForSearch(SearchThread& t) {
-    t.stopFlag.store(0);
     std::memset(&t.stats, 0, sizeof t.stats);
     t.publishNodes();
     std::memset(t.killers, 0, sizeof t.killers);
@@ -49,6 +50,7 @@ void clearForSearch(SearchThread& t) {
 void prepareHelper(int index) {
     SearchThread& h = *pool.threads[index];
     h.nodesPublished.store(0);  // the last search's count goes before the master reports
+    h.stopFlag.store(pool.threads[0]->stopFlag.load());  // a stop may have come already
     copyPosition(h.pos, pool.threads[0]->pos);
     RootSearch& root = pool.roots[index];
     root.reporter = nullptr;
@@ -189,6 +191,7 @@ void startSearch(const Position& pos, SearchReporter* reporter, const Move* sear
     timeControl.reset();
     tt.newSearch();
     pool.running.store(true);
+    master.stopFlag.store(0);
     wake(master);
 }
 

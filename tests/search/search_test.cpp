@@ -428,6 +428,19 @@ TEST_P(SearchThreads, StartAndStopManyTimes) {
 }
 INSTANTIATE_TEST_SUITE_P(Threads, SearchThreads, ::testing::Values(1, 2, 4));
 
+// A stop that lands while the helpers are being woken is not lost: a search without any limit
+// started and stopped at once, again and again, always ends (a lost stop hangs it for good).
+TEST(SearchThreadsShared, StopRightAfterStartEndsEverySearch) {
+    const Position pos = positionFrom(kQueenUp);
+    prepareSearch(0);
+    setThreads(4);
+    for (int i = 0; i < 300; ++i) {
+        startSearch(pos, nullptr);
+        stopSearch();
+    }
+    setThreads(1);
+}
+
 // Helper threads search along and share the table: a fixed-depth search with four threads
 // still finds the mates of the suite with their exact scores, and node budgets count every
 // thread's nodes (100000 nodes over four threads stop well before each has 100000).
