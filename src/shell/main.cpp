@@ -47,7 +47,10 @@ constexpr char kUsage[] =
     "       quarn --help | --version\n"
     "UCI options beyond Hash, Ponder, SendPv and UCI_Opponent:\n"
     "  Move Overhead (0 to 5000 ms, default 30): the time a GUI or a network loses per move,\n"
-    "  kept off every clock budget; raise it when the engine loses on time behind a slow link\n";
+    "  kept off every clock budget; raise it when the engine loses on time behind a slow link\n"
+    "  Threads (1 to 64, default 1): search threads sharing the hash table\n"
+    "  MultiPV (1 to 64, default 1): the best N moves, each with its own line\n"
+    "go also takes searchmoves <moves...> and mate <N>\n";
 
 // Command-line options; false (after a message) when they cannot be used.
 bool readOptions(int argc, char** argv) {

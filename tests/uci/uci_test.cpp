@@ -2,6 +2,7 @@
 // sessions on pipes for everything timed, and hostile input.
 #include <chrono>
 #include <fstream>
+#include <map>
 
 #include "support.h"
 
@@ -253,6 +254,36 @@ TEST(UciLive, PositionAndQuitDuringSearch) {
               "uci::position(): search still running? status=2\n"
               "Expected current status==POSITION, got 0\n"
               "Expected current status==POSITION, got 0\n");
+}
+
+// Four threads and three lines through the protocol: each line numbered, among the moves asked
+// for, best first; the answer is line 1's move. "go mate 1" ends as soon as the mate is found.
+TEST(UciLive, ThreadsLinesSearchmovesAndMate) {
+    UciEngine engine;
+    engine.send("setoption name Threads value 4\nsetoption name MultiPV value 3");
+    engine.send("go depth 7 searchmoves e2e4 d2d4 nonsense g1f3");
+    std::map<int, std::string> lines;  // multipv index -> last line
+    const Line best = engine.line([&](const std::string& l) {
+        if (isPvLine(l)) lines[static_cast<int>(field(l, "multipv"))] = l;
+        return l.rfind("bestmove", 0) == 0;
+    }, kWaitMs);
+    ASSERT_EQ(lines.size(), 3u) << best.value_or("no bestmove");
+    long last = 100000;
+    for (const auto& [index, l] : lines) {
+        const std::string first = words(l.substr(l.find(" pv ") + 4))[0];
+        EXPECT_TRUE(first == "e2e4" || first == "d2d4" || first == "g1f3") << l;
+        EXPECT_LE(field(l, "cp"), last) << l;
+        last = field(l, "cp");
+        if (index == 1) {
+            EXPECT_EQ(bestmoveOf(best, kStartFen)[0], first);
+        }
+    }
+    engine.send("setoption name MultiPV value 1");
+    engine.send("position fen 6k1/5ppp/8/8/8/8/5PPP/R5K1 w - -\ngo mate 1");
+    EXPECT_EQ(engine.line("bestmove", kWaitMs), "bestmove a1a8");
+    EXPECT_EQ(readFile(engine.dir.file(kErrorLog)),
+              "illegal char in move nonsense: 115\n"
+              "go: searchmoves: 'nonsense' is no legal move here; left out\n");
 }
 
 // A search that ends by its limits: its info lines, the final one last, its bestmove line in
