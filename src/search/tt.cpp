@@ -81,6 +81,7 @@ uint32_t Tt::resize(uint32_t kilobytes) {
     entryCount_ = sizeBytes_ / sizeof(TtEntry);
     mask_ = entryCount_ - 1;
     generation_ = 1;
+    prefaulted_ = false;
     return bytes;
 }
 
@@ -89,7 +90,8 @@ void Tt::prefault() {
     // zero already, so a zero changes nothing but where the cost falls.
     constexpr size_t kPage = 4096;
     volatile char* bytes = reinterpret_cast<volatile char*>(entries_);
-    for (size_t i = 0; i < sizeBytes_; i += kPage) bytes[i] = 0;
+    for (size_t i = 0; i < sizeBytes_; i += kPage) bytes[i] = bytes[i];
+    prefaulted_ = true;
 }
 
 void Tt::clear() {

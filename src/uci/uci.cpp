@@ -11,6 +11,7 @@
 #include "board/movetext.h"
 #include "search/pool.h"
 #include "search/timecontrol.h"
+#include "search/tt.h"
 #include "shell/clock.h"
 #include "shell/log.h"
 #include "shell/version.h"
@@ -113,6 +114,11 @@ void Uci::onUci() {
 }
 
 void Uci::onIsReady() {
+    // The table's pages, once, before the GUI's first search can pay for them.
+    if (!tt.prefaulted() && !searchRunning()) {
+        waitIdle();
+        tt.prefault();
+    }
     out_.print("readyok\n");
     out_.flush();
     logProtocol("<--readyok", nullptr);
