@@ -84,16 +84,30 @@ void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int coun
             score = kKillerTier + 1;
         } else if (sameMove(m, counter)) {
             score = kKillerTier;
+        } else if (type == PAWN && (kFarRanks & squareBit[to])) {
+            score = kFarRankPawnTier + quietScore(h, side, m, continuationKey(pos, m), prev1, prev2);
+            isEarly = true;
         } else {
-            score = quietScore(h, side, m, continuationKey(pos, m), prev1, prev2) +
-                    safety * kSafetyWeight;
-            if (type == PAWN && (kFarRanks & squareBit[to])) {
-                score += kFarRankPawnTier;
-                isEarly = true;
-            }
+            score = kUnscoredQuiet;
         }
         scores[i] = score;
         early[i] = isEarly;
+    }
+}
+
+void scoreQuiets(const SearchThread& thread, int ply, const Move* moves, int* scores, int from,
+                 int count) {
+    const Position& pos = thread.pos;
+    const QuietHistory& h = *thread.history;
+    const int side = static_cast<int>(pos.sideToMove);
+    const uint16_t prev1 = thread.moveKeys[ply + 1], prev2 = thread.moveKeys[ply];
+    const Bitboard attacked = pos.state.enemyAttacks;
+    for (int i = from; i < count; ++i) {
+        if (scores[i] != kUnscoredQuiet) continue;
+        const Move m = moves[i];
+        const int mover = kOrderValue[typeOf(pos.board[fromSquare(m)])];
+        scores[i] = quietScore(h, side, m, continuationKey(pos, m), prev1, prev2) +
+                    moverSafety(attacked, m, mover) * kSafetyWeight;
     }
 }
 
@@ -102,6 +116,7 @@ void orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Mov
     uint8_t early[kMaxMoves];
     const int count = static_cast<int>(end - first);
     scoreMoves(thread, ply, first, count, 0, hashMove, scores, early);
+    scoreQuiets(thread, ply, first, scores, 0, count);
     for (int i = 0; i < count; ++i) pickBest(first, scores, early, i, count);
 }
 

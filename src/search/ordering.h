@@ -26,9 +26,14 @@ inline int moverSafety(Bitboard attacked, Move m, int mover) {
 // killers, the counter move, pawn moves to the far ranks, then the quiet moves by their
 // history, losing captures last. `early` marks the moves that are never late (reduced or
 // pruned): the hash move, winning captures, the first killer and pawn moves to ranks 1, 2, 7
-// and 8.
+// and 8. The plain quiet moves only get kUnscoredQuiet here, a tier of their own: most nodes
+// are cut off before any of them is due, and their history costs memory lookups.
+constexpr int kUnscoredQuiet = 1 << 24;
 void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int count, Move threatMove,
                 Move hashMove, int* scores, uint8_t* early);
+// Gives the unscored quiet moves among moves[from..count) their history scores.
+void scoreQuiets(const SearchThread& thread, int ply, const Move* moves, int* scores, int from,
+                 int count);
 
 // The move loop's pick: brings the best-scored of moves[i..count) to place i.
 inline void pickBest(Move* moves, int* scores, uint8_t* early, int i, int count) {
@@ -47,8 +52,8 @@ inline void pickBest(Move* moves, int* scores, uint8_t* early, int i, int count)
     early[best] = e;
 }
 
-// Orders all moves of a node not in check as scoreMoves scores them (the quiescence search's
-// answer to a threat).
+// Orders all moves of a node not in check as scoreMoves and scoreQuiets score them (the
+// quiescence search's answer to a threat).
 void orderMoves(const SearchThread& thread, int ply, Move* first, Move* end, Move hashMove);
 
 // Orders the evasions of a node in check, the whole list: captures by victim and attacker,

@@ -487,8 +487,17 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         scoreMoves(t, ply, list.moves, list.count, n.threat, n.hashMove, list.scores, list.early);
     if (c.marking) c.tactics = tacticalContext(pos, n.alpha - n.staticEval);
     int moveNumber = n.hashMove ? 1 : 0;
+    bool quietsScored = false;
     for (int i = 0; i < list.count; ++i) {
-        if (!n.inCheck) pickBest(list.moves, list.scores, list.early, i, list.count);
+        if (!n.inCheck) {
+            pickBest(list.moves, list.scores, list.early, i, list.count);
+            // The first plain quiet move is due: all of them get their history now.
+            if (!quietsScored && list.scores[i] == kUnscoredQuiet) {
+                scoreQuiets(t, ply, list.moves, list.scores, i, list.count);
+                quietsScored = true;
+                pickBest(list.moves, list.scores, list.early, i, list.count);
+            }
+        }
         const Move m = list.moves[i];
         if ((n.hashMove && sameMove(m, n.hashMove)) || m == n.excluded) continue;
         ++moveNumber;
