@@ -20,12 +20,14 @@ namespace {
 // The limits are tested every 256 full-width nodes: a clock read per node would cost more
 // than it saves, and 256 nodes take well under a millisecond.
 constexpr int kLimitCheckMask = 255;
-// Null move: passing and still beating beta with a search four plies shallower is strong
-// evidence; a smaller reduction finds little more and costs much more. The static score must
-// clear beta by a margin first, or the pass rarely cuts and its search is wasted. With few
-// pieces, where zugzwang makes passing better than any move, a verification search six plies
-// shallower must confirm the cut.
-constexpr int kNullReduction = 4;
+// Null move: passing and still beating beta with a search several plies shallower (see
+// nullReduction) is strong evidence. The static score must clear beta by a margin first, or
+// the pass rarely cuts and its search is wasted. With few pieces, where zugzwang makes passing
+// better than any move, a verification search six plies shallower must confirm the cut.
+constexpr int kNullReductionBase = 3;
+constexpr int kNullReductionDepthDivisor = 3;
+constexpr int kNullReductionScoreUnit = 200;
+constexpr int kNullReductionScoreMax = 3;
 constexpr int kNullMargin = 8;
 constexpr int kNullVerifyReduction = 6;
 constexpr int kNullVerifyPieces = 4;
@@ -197,6 +199,15 @@ struct Node {
     int bestExtension;  // what the best move was extended by, for the table
 };
 
+// Plies the null move's search loses: three, a ply more for every three of depth (the deeper
+// the node, the more a shallower look saves), and up to three more the further the static
+// score is above beta (the more certain the cut).
+int nullReduction(const Node& n) {
+    const int ahead = (n.staticEval - n.beta) / kNullReductionScoreUnit;
+    return kNullReductionBase + n.depth / kNullReductionDepthDivisor +
+           (ahead < kNullReductionScoreMax ? ahead : kNullReductionScoreMax);
+}
+
 // 5. Null move: pass, and if a shallow search still beats beta the node is not worth a full
 // search. Not in check, not twice in a row, not without a piece (pawn endings are zugzwang
 // territory), and only when the static score already clears beta. With few pieces a
@@ -212,7 +223,7 @@ bool nullMoveEnds(SearchThread& t, Node& n, int& result) {
     t.moveKeys[n.ply + 2] = kNoContinuation;
     makeSearchNullMove(pos);
     ++t.stats.nullTries;
-    const int s = -search(t, n.ply + 1, n.depth - 1 - kNullReduction, -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
+    const int s = -search(t, n.ply + 1, n.depth - 1 - nullReduction(n), -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
     takeBack(pos, kNullMove, saved);
     result = stopScore();
     if (t.stopped()) return true;
