@@ -36,9 +36,8 @@ constexpr int kNullVerifyPieces = 4;
 // still resolves the captures.
 constexpr int kStaticCutDepth = 7;
 constexpr int kStaticCutMargin = 85;
-// Internal deepening two plies shallower: deep enough to find a good first move, at a small
-// share of the node's cost.
-constexpr int kIidReduction = 2;
+// Internal reduction from depth 4: shallower nodes are cheap to search in full anyway.
+constexpr int kInternalReductionDepth = 4;
 // A winning recapture is extended a ply from depth 4: nearer the horizon the quiescence
 // search resolves the exchange anyway, and the extension would only multiply small trees.
 constexpr int kRecaptureDepth = 4;
@@ -251,23 +250,14 @@ bool nullMoveEnds(SearchThread& t, Node& n, int& result) {
     return false;
 }
 
-// 6. Internal iterative deepening: an expected PV or cut node without a hash move searches
-// two plies shallower first, for a first move to try. A shallow mate either way is believed.
-bool deepeningEnds(SearchThread& t, Node& n, int& result) {
-    if (n.hashMove || n.excluded || n.depth == 1 || !(n.flags & (NODE_PV | NODE_CUT))) return false;
+// 6. Internal reduction: an expected PV or cut node without a hash move is searched a ply
+// shallower. Without a move from an earlier search its ordering is poor and its tree costly;
+// the next iteration finds the node again with a hash move and searches it in full.
+void reduceWithoutHashMove(SearchThread& t, Node& n) {
+    if (n.hashMove || n.excluded || n.depth < kInternalReductionDepth || !(n.flags & (NODE_PV | NODE_CUT)))
+        return;
     ++t.stats.iid;
-    const int s = search(t, n.ply, n.depth - kIidReduction, n.alpha, n.beta, n.flags);
-    result = s;
-    if (t.stopped()) {
-        result = stopScore();
-        return true;
-    }
-    n.hashMove = t.pv[n.ply][0];
-    // The shallow search stored the move with the extension it earned.
-    TtEntry e;
-    n.hashExtension = n.hashMove && tt.probe(t.pos, e) && e.move == n.hashMove ? e.extension : 0;
-    if (s < n.beta && s < n.alpha && s < -kMateFound) return true;
-    return s >= n.beta && s > kMateFound;
+    --n.depth;
 }
 
 // A quiet move cut off: it gains history (as a continuation of the moves before it too) and
@@ -645,7 +635,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     if (nullMoveEnds(t, n, result)) return result;
     // Children are never reduced children themselves.
     n.flags &= ~static_cast<uint32_t>(REDUCED_CHILD);
-    if (deepeningEnds(t, n, result)) return result;
+    reduceWithoutHashMove(t, n);
     n.alphaOrig = n.alpha;
     n.best = -kInfinity;
     n.bestMove = 0;
