@@ -377,8 +377,9 @@ struct MovePlan {
 
 // 8.2 The plan of one move. A late quiet move below the futility value is pruned (unless it is
 // tactical and safe); a single evasion or a winning recapture is extended; a late move is
-// reduced by the table, less in a PV node, for a tactical move, a killer or counter move, and
-// for a move with a good history, more for one with a bad history.
+// reduced by the table, a ply more when the position does not improve, less in a PV node, for
+// a tactical move, a killer or counter move, and for a move with a good history, more for one
+// with a bad history.
 MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, int moveNumber,
                   bool late) {
     const Position& pos = t.pos;
@@ -408,6 +409,7 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
     p.extension = c.singleReply ? c.singleReply : recaptureExtension(pos, m, n.depth);
     if (!late || !n.reductionsOn || n.depth < kReductionDepth) return p;
     int r = lateReduction(n.depth, moveNumber);
+    if (!n.improving) ++r;
     if (n.pvNode) --r;
     if (p.tactical) --r;
     if (isQuiet(m)) {
@@ -626,10 +628,11 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     const int them = static_cast<int>(pos.sideToMove) ^ 1;
     n.reductionsOn = !n.inCheck && !(pos.state.kingBlockers[them] & squareBit[toSquare(pos.moveHistory[pos.ply])]);
     // 5. Static margin cut: near the horizon, a node whose static score clears beta by a margin
-    // for each ply left is not searched: the opponent would need to win back more than a
-    // quiet ply can bring. Not in PV nodes, in check or near mate scores.
+    // for each ply left (one ply fewer while the position improves) is not searched: the
+    // opponent would need to win back more than a quiet ply can bring. Not in PV nodes, in
+    // check or near mate scores.
     if (!n.pvNode && !n.inCheck && !n.excluded && depth <= kStaticCutDepth && beta > -kMateThreshold &&
-        n.staticEval < kMateThreshold && n.staticEval - kStaticCutMargin * depth >= beta)
+        n.staticEval < kMateThreshold && n.staticEval - kStaticCutMargin * (depth - n.improving) >= beta)
         return n.staticEval;
     int result;
     if (nullMoveEnds(t, n, result)) return result;
