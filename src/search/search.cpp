@@ -41,11 +41,12 @@ constexpr int kInternalReductionDepth = 4;
 // A winning recapture is extended a ply from depth 4: nearer the horizon the quiescence
 // search resolves the exchange anyway, and the extension would only multiply small trees.
 constexpr int kRecaptureDepth = 4;
-// Futility: near the horizon a quiet late move gains little beyond positional terms, about
-// half a pawn a ply at the last two plies and more the further the horizon is, so a node
-// that stays below alpha by the margin of its depth even after such a gain can skip the move.
-constexpr int kFutilityDepth = 5;
-constexpr int kFutilityMargin[kFutilityDepth + 1] = {0, 50, 50, 250, 550, 1150};
+// Futility: near the horizon a quiet late move gains little beyond positional terms, some
+// 90 points a ply with 90 more for the move itself, so a node that stays below alpha by the
+// margin of its depth even after such a gain can skip the move. Up to depth 7.
+constexpr int kFutilityDepth = 7;
+constexpr int kFutilityBase = 90;
+constexpr int kFutilityPerPly = 90;
 // Late moves lose plies by depth and move number: the later a move comes in a well-ordered
 // list and the more depth is left, the less likely it is to turn the node, and the more a
 // shallower look saves. Natural logarithms of both, scaled so that the fifth move at depth 8
@@ -342,7 +343,7 @@ int futilityValue(const Position& pos, const Node& n) {
     const SideBlock& own = pos.side[pos.sideToMove];
     const SideBlock& other = pos.side[pos.sideToMove ^ 1];
     const bool heavy = (own.pieces[ROOK] | own.pieces[QUEEN]) && (other.pieces[ROOK] | other.pieces[QUEEN]);
-    return heavy ? n.staticEval + kFutilityMargin[n.depth] : kInfinity;
+    return heavy ? n.staticEval + kFutilityBase + kFutilityPerPly * n.depth : kInfinity;
 }
 
 // The generated moves of a node, in the order the loop picks them, and the quiet moves it has
