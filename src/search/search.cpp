@@ -66,6 +66,10 @@ constexpr int kMoveCountDepth = 8;
 constexpr int moveCountLimit(int depth, bool improving) {
     return improving ? 3 + depth * depth : (3 + depth * depth) / 2;
 }
+// History pruning up to depth 4: a late quiet move whose history (the three tables together)
+// is below -2048 a ply is skipped.
+constexpr int kHistoryPruneDepth = 4;
+constexpr int kHistoryPruneUnit = 2048;
 // Quiet moves with a good history are reduced a ply less per this much of it (the three tables
 // together), a bad one a ply more.
 constexpr int kHistoryReductionUnit = 8192;
@@ -385,6 +389,10 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
                   bool late) {
     const Position& pos = t.pos;
     MovePlan p{false, false, c.marking && isTactical(pos, c.tactics, m), 0, 0};
+    const int ply = n.ply;
+    const int history = isQuiet(m) ? quietScore(*t.history, static_cast<int>(pos.sideToMove), m,
+                                                continuationKey(pos, m), t.moveKeys[ply + 1], t.moveKeys[ply])
+                                   : 0;
     if (late && c.futility < n.alpha && isQuiet(m) && !(p.tactical && see(pos, m) >= 0)) {
         p.pruned = p.futile = true;
         return p;
@@ -407,6 +415,13 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
         p.pruned = true;
         return p;
     }
+    // History pruning: near the horizon, a late quiet move that has failed again and again in
+    // this kind of position (its history far below zero) is skipped.
+    if (late && !n.pvNode && isQuiet(m) && !p.tactical && n.depth <= kHistoryPruneDepth &&
+        n.best > -kMateThreshold && history < -kHistoryPruneUnit * n.depth) {
+        p.pruned = true;
+        return p;
+    }
     p.extension = c.singleReply ? c.singleReply : recaptureExtension(pos, m, n.depth);
     if (!late || !n.reductionsOn || n.depth < kReductionDepth) return p;
     int r = lateReduction(n.depth, moveNumber);
@@ -414,11 +429,8 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
     if (n.pvNode) --r;
     if (p.tactical) --r;
     if (isQuiet(m)) {
-        const int ply = n.ply;
         if (sameMove(m, t.killers[ply][1]) || sameMove(m, t.history->counter[t.moveKeys[ply + 1]])) --r;
-        const int h = quietScore(*t.history, static_cast<int>(pos.sideToMove), m, continuationKey(pos, m),
-                                 t.moveKeys[ply + 1], t.moveKeys[ply]);
-        r -= h / kHistoryReductionUnit;
+        r -= history / kHistoryReductionUnit;
     }
     const int newDepth = n.depth - 1 + p.extension;
     p.reduction = r < 0 ? 0 : r > newDepth - 1 ? newDepth - 1 : r;
