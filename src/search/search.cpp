@@ -212,7 +212,7 @@ int nullReduction(const Node& n) {
            (ahead < kNullReductionScoreMax ? ahead : kNullReductionScoreMax);
 }
 
-// 5. Null move: pass, and if a shallow search still beats beta the node is not worth a full
+// 6. Null move: pass, and if a shallow search still beats beta the node is not worth a full
 // search. Not in check, not twice in a row, not without a piece (pawn endings are zugzwang
 // territory), and only when the static score already clears beta. With few pieces a
 // verification search confirms the cut. The reply that refuted the pass is the threat the
@@ -255,7 +255,7 @@ bool nullMoveEnds(SearchThread& t, Node& n, int& result) {
     return false;
 }
 
-// 6. Internal reduction: an expected PV or cut node without a hash move is searched a ply
+// 7. Internal reduction: an expected PV or cut node without a hash move is searched a ply
 // shallower. Without a move from an earlier search its ordering is poor and its tree costly;
 // the next iteration finds the node again with a hash move and searches it in full.
 void reduceWithoutHashMove(SearchThread& t, Node& n) {
@@ -306,7 +306,7 @@ int singularExtension(SearchThread& t, const Node& n, int& result) {
     return 0;
 }
 
-// 7. The hash move, before any generation: it often cuts, and then nothing is generated. It
+// 8. The hash move, before any generation: it often cuts, and then nothing is generated. It
 // keeps the extension it earned when it was stored, and stores it again with the move: a
 // single reply is extended on every visit, not only the first.
 bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result) {
@@ -380,7 +380,7 @@ struct MovePlan {
     int reduction;
 };
 
-// 8.2 The plan of one move. A late quiet move below the futility value is pruned (unless it is
+// 9.2 The plan of one move. A late quiet move below the futility value is pruned (unless it is
 // tactical and safe); a single evasion or a winning recapture is extended; a late move is
 // reduced by the table, a ply more when the position does not improve, less in a PV node, for
 // a tactical move, a killer or counter move, and for a move with a good history, more for one
@@ -437,7 +437,7 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
     return p;
 }
 
-// 8.3 Searches one move after its plan: a reduced null-window search first, which stands when
+// 9.3 Searches one move after its plan: a reduced null-window search first, which stands when
 // it fails low (unless a tactical move was refuted by a quiet reply); then full depth, in a PV
 // node with a null window first once a move is found. The move is made and taken back here.
 int searchMove(SearchThread& t, Node& n, Move m, const MovePlan& p, const UndoState& saved) {
@@ -479,12 +479,12 @@ void noteScore(SearchThread& t, Node& n, Move m, int s, int extension) {
     n.bestExtension = extension;
 }
 
-// 8. The generated moves, picked best first; each is planned, then pruned or searched.
+// 9. The generated moves, picked best first; each is planned, then pruned or searched.
 // Returns the node's score.
 int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
     Position& pos = t.pos;
     const int ply = n.ply;
-    // 8.1 Generation and ordering; no move is mate or stalemate. Evasions come sorted, and none
+    // 9.1 Generation and ordering; no move is mate or stalemate. Evasions come sorted, and none
     // is late; other moves are picked best first as the loop goes, so that a node cut off early
     // sorts little. A node behind alpha marks the moves that hit something: they are reduced
     // less and never pruned, since they are how the side behind catches up.
@@ -534,7 +534,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
             noteScore(t, n, m, s, c.singleReply);
             continue;
         }
-        // 8.4 Cut-off: a lower bound, and a quiet refutation becomes a killer and gains history
+        // 9.4 Cut-off: a lower bound, and a quiet refutation becomes a killer and gains history
         // over the quiet moves tried before it.
         t.stats.killerCuts += killer;
         t.stats.firstMoveCuts += !n.hashMove && i == 0;
@@ -544,7 +544,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         ++t.stats.cutNodes;
         return s;
     }
-    // 8.5 All-node or PV node.
+    // 9.5 All-node or PV node.
     if (!n.excluded) storeBounded(pos, ply, n.depth, n.alphaOrig, n.best, n.bestMove, n.staticEval, n.bestExtension);
     if (n.alphaOrig >= n.best) {
         ++t.stats.allNodes;
