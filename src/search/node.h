@@ -22,6 +22,16 @@ inline constexpr int kInsufficientPoints = 5;
 // A stopped search's score: it is thrown away, so any value does.
 inline int stopScore() { return 0; }
 
+// The limits are tested every 256 nodes of any kind (full-width, quiescence, pruned): a clock
+// read per node would cost more than it saves, 256 nodes take well under a millisecond, and a
+// node budget is overrun by a few hundred nodes at most. True when the search must stop.
+inline constexpr uint64_t kLimitCheckInterval = 256;
+inline bool limitsReached(SearchThread& t) {
+    if (t.stats.total() < t.nextLimitCheck) return false;
+    t.nextLimitCheck = t.stats.total() + kLimitCheckInterval;
+    return testLimits(t);
+}
+
 // Copies a child's PV behind `m` into this ply's row.
 inline void updatePv(SearchThread& t, int ply, Move m) {
     Move* row = t.pv[ply];

@@ -37,6 +37,7 @@ void stopThread(SearchThread& t) {
 // the wake: a stop that lands between the wake and this point must not be lost.
 void clearForSearch(SearchThread& t) {
     std::memset(&t.stats, 0, sizeof t.stats);
+    t.nextLimitCheck = 0;
     t.publishNodes();
     std::memset(t.killers, 0, sizeof t.killers);
     for (int& e : t.staticEvals) e = kNoStaticEval;  // the root's is not kept

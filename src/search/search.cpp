@@ -17,9 +17,6 @@ namespace quarn {
 
 namespace {
 
-// The limits are tested every 256 full-width nodes: a clock read per node would cost more
-// than it saves, and 256 nodes take well under a millisecond.
-constexpr int kLimitCheckMask = 255;
 // Null move: passing and still beating beta with a search several plies shallower (see
 // nullReduction) is strong evidence. The static score must clear beta by a margin first, or
 // the pass rarely cuts and its search is wasted. With few pieces, where zugzwang makes passing
@@ -185,8 +182,6 @@ constexpr int kSingularMargin = 2;
 int withCheckExtension(const SearchThread& t, int extension) {
     return extension == 0 && inCheck(t.pos) ? 1 : extension;
 }
-
-bool timeToCheckLimits(const SearchThread& t) { return (t.stats.nodes & kLimitCheckMask) == 0; }
 
 // One node's state, handed from phase to phase.
 struct Node {
@@ -589,6 +584,14 @@ void updateKillers(SearchThread& t, int ply, Move m) {
     k[0] = m;
 }
 
+bool testLimits(SearchThread& t) {
+    t.publishNodes();
+    // The master alone watches the budget; it stops the helpers when it ends.
+    if (t.index != 0 || !timeControl.outOfBudget(budgetNodes(t))) return false;
+    t.requestStop();
+    return true;
+}
+
 int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t flags) {
     Position& pos = t.pos;
     // 1. Stopped; the horizon; the limits every 256 nodes; seldepth and an empty PV.
@@ -598,14 +601,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
         return quiesce(t, ply, 2, alpha, beta, flags | FROM_SEARCH);
     }
     ++t.stats.nodes;
-    if (timeToCheckLimits(t)) {
-        t.publishNodes();
-        // The master alone watches the budget; it stops the helpers when it ends.
-        if (t.index == 0 && timeControl.outOfBudget(budgetNodes(t))) {
-            t.requestStop();
-            return stopScore();
-        }
-    }
+    if (limitsReached(t)) return stopScore();
     if (ply > t.maxPly) t.maxPly = ply;
     t.pv[ply][0] = 0;
     // 2. Draws.

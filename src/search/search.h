@@ -27,6 +27,10 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
 // check allowance: 2 on entry from `search`.
 int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint32_t flags);
 
+// Publishes the thread's node count and, on the master, tests the budget; true (with the
+// stop raised) when it is spent.
+bool testLimits(SearchThread& t);
+
 // Builds the search's own tables (the late-move reductions); start-up calls it once, before
 // any search.
 void initSearchTables();

@@ -64,7 +64,9 @@ struct SearchThread {
     // in every ordinary search.
     Move excluded[kMaxPly + 2];
     std::atomic<uint8_t> stopFlag;
-    // The node total as last published (every 256 full-width nodes and at the end), for the
+    // The node total at which the search next tests its limits.
+    uint64_t nextLimitCheck;
+    // The node total as last published (every 256 nodes and at the end), for the
     // info lines and the master's node budget; other threads read it while this one runs.
     std::atomic<uint64_t> nodesPublished;
     UndoState savedState;  // the root state, taken at every wake-up
