@@ -385,9 +385,6 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
     const Position& pos = t.pos;
     MovePlan p{false, false, c.marking && isTactical(pos, c.tactics, m), 0, 0};
     const int ply = n.ply;
-    const int history = isQuiet(m) ? quietScore(*t.history, static_cast<int>(pos.sideToMove), m,
-                                                continuationKey(pos, m), t.moveKeys[ply + 1], t.moveKeys[ply])
-                                   : 0;
     if (late && c.futility < n.alpha && isQuiet(m) && !(p.tactical && see(pos, m) >= 0)) {
         p.pruned = p.futile = true;
         return p;
@@ -410,6 +407,10 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
         p.pruned = true;
         return p;
     }
+    // Looked up only for the moves that got this far: it costs memory accesses.
+    const int history = isQuiet(m) ? quietScore(*t.history, static_cast<int>(pos.sideToMove), m,
+                                                continuationKey(pos, m), t.moveKeys[ply + 1], t.moveKeys[ply])
+                                   : 0;
     // History pruning: near the horizon, a late quiet move that has failed again and again in
     // this kind of position (its history far below zero) is skipped.
     if (late && !n.pvNode && isQuiet(m) && !p.tactical && n.depth <= kHistoryPruneDepth &&
