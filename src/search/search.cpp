@@ -7,6 +7,7 @@
 #include "board/movegen.h"
 #include "eval/evaluate.h"
 #include "eval/see.h"
+#include "eval/threats.h"
 #include "search/node.h"
 #include "search/ordering.h"
 #include "search/pool.h"
@@ -467,6 +468,13 @@ int searchMove(SearchThread& t, Node& n, Move m, const MovePlan& p, const UndoSt
     return s;
 }
 
+// The side to move faces a threat its static score does not count: a mate in one, or material
+// about to be lost. Costs a few attack lookups; asked only where a cut would follow.
+bool threatened(const Position& pos) {
+    const int us = static_cast<int>(pos.sideToMove);
+    return threatScore(pos, us) > 0 || mateThreatMove(pos, us) != 0;
+}
+
 // A move that scored `s` without beating beta: the best so far if it beat that.
 void noteScore(SearchThread& t, Node& n, Move m, int s, int extension) {
     if (s <= n.best) return;
@@ -640,9 +648,12 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     // 5. Static margin cut: near the horizon, a node whose static score clears beta by a margin
     // for each ply left (one ply fewer while the position improves) is not searched: the
     // opponent would need to win back more than a quiet ply can bring. Not in PV nodes, in
-    // check or near mate scores.
+    // check or near mate scores, and not when the static score misses a threat against the
+    // side to move (a mate in one, a pawn about to queen, a pinned queen, a fork): the sacrifice
+    // that sets such a threat up looks like a loss to the static score alone.
     if (!n.pvNode && !n.inCheck && !n.excluded && depth <= kStaticCutDepth && beta > -kMateThreshold &&
-        n.staticEval < kMateThreshold && n.staticEval - kStaticCutMargin * (depth - n.improving) >= beta)
+        n.staticEval < kMateThreshold && n.staticEval - kStaticCutMargin * (depth - n.improving) >= beta &&
+        !threatened(pos))
         return n.staticEval;
     int result;
     if (nullMoveEnds(t, n, result)) return result;
