@@ -52,6 +52,9 @@ void prepareHelper(int index) {
     SearchThread& h = *pool.threads[index];
     h.nodesPublished.store(0);  // the last search's count goes before the master reports
     h.stopFlag.store(pool.threads[0]->stopFlag.load());  // a stop may have come already
+    h.nodeCap = 0;
+    for (const int64_t limit : timeControl.nodeLimit)
+        if (limit > 0 && static_cast<uint64_t>(limit) > h.nodeCap) h.nodeCap = static_cast<uint64_t>(limit);
     copyPosition(h.pos, pool.threads[0]->pos);
     RootSearch& root = pool.roots[index];
     root.reporter = nullptr;

@@ -57,6 +57,12 @@ inline uint64_t budgetNodes(const SearchThread& master) {
     for (int i = 1; i < pool.threadCount; ++i) nodes += publishedNodes(*pool.threads[i]);
     return nodes;
 }
+// The published node counts of all threads.
+inline uint64_t publishedTotal() {
+    uint64_t nodes = 0;
+    for (int i = 0; i < pool.threadCount; ++i) nodes += publishedNodes(*pool.threads[i]);
+    return nodes;
+}
 // Where every search from now on sends its console lines; none (the protocol, the benchmark)
 // turns them off.
 void setSearchLines(SearchLines* lines);

@@ -595,10 +595,12 @@ void updateKillers(SearchThread& t, int ply, Move m) {
 
 bool testLimits(SearchThread& t) {
     t.publishNodes();
-    // The master alone watches the budget; it stops the helpers when it ends.
-    if (t.index != 0 || !timeControl.outOfBudget(budgetNodes(t))) return false;
-    t.requestStop();
-    return true;
+    // The master watches the budget and stops the helpers when it ends; a helper only stops
+    // itself at the hard node cap.
+    const bool over = t.index != 0 ? t.nodeCap != 0 && publishedTotal() >= t.nodeCap
+                                   : timeControl.outOfBudget(budgetNodes(t));
+    if (over) t.requestStop();
+    return over;
 }
 
 int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t flags) {

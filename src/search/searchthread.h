@@ -66,6 +66,10 @@ struct SearchThread {
     std::atomic<uint8_t> stopFlag;
     // The node total at which the search next tests its limits.
     uint64_t nextLimitCheck;
+    // A helper's hard cap on the node total of all threads (0: none), the largest budget of
+    // the search: a helper stops itself there, since a master that is not scheduled in time
+    // cannot stop it.
+    uint64_t nodeCap;
     // The node total as last published (every 256 nodes and at the end), for the
     // info lines and the master's node budget; other threads read it while this one runs.
     std::atomic<uint64_t> nodesPublished;
