@@ -440,8 +440,10 @@ void printStatistics(const SearchStats& s, uint32_t entryCount, double seconds) 
     logMessage("iid    : %5.2f%%\n", pct(s.iid, s.nodes));
     char reduceSuffix;
     const uint64_t tries = scaleCount(s.reduceTries, reduceSuffix, 4);
-    logMessage("reduce :  tries=%i%c", static_cast<int>(tries), reduceSuffix);
-    logMessage(", fail=%5.2f%%\n", pct(s.reduceFails, s.reduceTries));
+    // One call per line: the closing lines come after the answer, and the input thread may be
+    // printing a console command's lines (divide) between two calls.
+    logMessage("reduce :  tries=%i%c, fail=%5.2f%%\n", static_cast<int>(tries), reduceSuffix,
+               pct(s.reduceFails, s.reduceTries));
 }
 
 }  // namespace quarn
