@@ -114,32 +114,59 @@ int strongestPiece(const Counts& k) { return k.bishops ? 3 : k.rooks ? 5 : 10; }
 // Driving a bare-ish king to be mated. Without pawns a won ending is a mate to be given, and
 // no quiet move the search sees changes the material: the score must climb as the defending
 // king is pushed to the edge and the attacking king closes in, or the search has nothing to
-// follow and the fifty-move rule ends the game. With bishop and knight only the corner of the
-// bishop's colour will do, so that corner alone counts.
-constexpr int kEdgeStep = 20;       // per ring from the centre to the edge
-constexpr int kCloseStep = 10;      // per square the kings come closer
-constexpr int kCornerStep = 25;     // per square nearer the bishop's corner
+// follow and the fifty-move rule ends the game. The pull has to outweigh what the pieces'
+// own terms gain by standing elsewhere, so that a shallow search already walks the right way.
+// With bishop and knight only the corner of the bishop's colour will do, so that corner alone
+// counts.
+constexpr int kEdgeStep = 30;       // per ring from the centre to the edge
+constexpr int kCentreStep = 10;     // per file or rank away from the centre: corners beat edges
+constexpr int kCloseStep = 10;      // per file or rank the kings come closer
+constexpr int kCornerStep = 40;     // per square nearer the bishop's corner
+constexpr int kBoxStep = 3;         // per square taken from the lone rook's box
 
+// With a lone rook the mate comes from fencing the king into a shrinking box: the files and
+// ranks on the king's side of the rook's lines. A rook the king can take, or one on the king's
+// own file or rank, fences nothing on that line.
+int rookBox(const Position& pos, int strong, int defender) {
+    const int rook = lsbIndex(pos.side[strong].pieces[ROOK]);
+    const int attacker = static_cast<int>(pos.side[strong].kingSquare);
+    if (squareDistance(rook, defender) == 1 && squareDistance(rook, attacker) > 1) return 64;
+    const int rf = fileOf(rook), rr = rankOf(rook), df = fileOf(defender), dr = rankOf(defender);
+    const int width = df < rf ? rf : df > rf ? 7 - rf : 8;
+    const int height = dr < rr ? rr : dr > rr ? 7 - rr : 8;
+    return width * height;
+}
 
-// Rings from the centre: 0 on d4..e5, 3 on the edge.
-int ring(int square) {
-    const int f = fileOf(square) < 4 ? 3 - fileOf(square) : fileOf(square) - 4;
-    const int r = rankOf(square) < 4 ? 3 - rankOf(square) : rankOf(square) - 4;
-    return f > r ? f : r;
+// Files and ranks from the centre squares d4..e5, each 0..3.
+struct FromCentre {
+    int files, ranks;
+    explicit FromCentre(int square)
+        : files(fileOf(square) < 4 ? 3 - fileOf(square) : fileOf(square) - 4),
+          ranks(rankOf(square) < 4 ? 3 - rankOf(square) : rankOf(square) - 4) {}
+    int ring() const { return files > ranks ? files : ranks; }  // 3 on the edge
+    int steps() const { return files + ranks; }                 // 6 in a corner
+};
+
+int fileRankDistance(int a, int b) {
+    const int f = fileOf(a) - fileOf(b), r = rankOf(a) - rankOf(b);
+    return (f < 0 ? -f : f) + (r < 0 ? -r : r);
 }
 
 // The pressure `strong` (counts k) puts on the other king, >= 0.
 int mateDrive(const Position& pos, int strong, const Counts& k) {
     const int attacker = static_cast<int>(pos.side[strong].kingSquare);
     const int defender = static_cast<int>(pos.side[strong ^ 1].kingSquare);
-    int drive = kCloseStep * (7 - squareDistance(attacker, defender));
+    const int drive = kCloseStep * (14 - fileRankDistance(attacker, defender));
     if (k.bishops == 1 && k.knights == 1 && k.rooks + k.queens == 0) {
         const bool dark = (pos.side[strong].pieces[BISHOP] & kDarkSquares) != 0;
         const int near = dark ? std::min(squareDistance(defender, 0), squareDistance(defender, 63))
                               : std::min(squareDistance(defender, 7), squareDistance(defender, 56));
-        return drive + kCornerStep * (7 - near);
+        return drive + kEdgeStep * FromCentre(defender).ring() + kCornerStep * (7 - near);
     }
-    return drive + kEdgeStep * ring(defender);
+    const FromCentre centre(defender);
+    int edge = kEdgeStep * centre.ring() + kCentreStep * centre.steps();
+    if (k.rooks == 1 && k.pieces == 1) edge += kBoxStep * (64 - rookBox(pos, strong, defender));
+    return drive + edge;
 }
 
 // Endgame scaling by the pawns left on each side; names the rule that changed the score.

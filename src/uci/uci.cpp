@@ -126,9 +126,14 @@ void Uci::onIsReady() {
 
 void Uci::onNewGame() {
     if (verbose_) logProtocol("newgame!", nullptr);
-    // What the last game taught the search about quiet moves does not carry over; a search
-    // still running keeps its own until it ends.
-    if (!searchRunning()) clearSearchHistory();
+    // What the last game taught the search does not carry over: neither its quiet-move
+    // history nor its table, whose scores near the fifty-move limit of that game were draws
+    // that a fresh game starting from the same material is not bound by. A search still
+    // running keeps both until it ends.
+    if (!searchRunning()) {
+        clearSearchHistory();  // waits for the threads to be idle first
+        tt.clear();
+    }
     outOfBookPly_ = 0;
     outOfBookKey_ = 0;
 }

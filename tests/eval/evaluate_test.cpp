@@ -64,9 +64,9 @@ struct Ending { const char* placement; int divisor, bonus; };
 const Ending kEndings[] = {
     {"8/8/8/4k3/8/8/8/KNN5", 0, 0},            // two knights cannot force mate
     {"8/4p3/8/4k3/8/8/8/KN6", 0, 0},           // nor can a lone knight against a pawn
-    // Bishop and knight can: 1000, and the drive to mate: kings four apart (10 x 3), the
-    // defender four from either light corner (25 x 3).
-    {"8/8/8/4k3/8/8/8/KBN5", 1, 1105},
+    // Bishop and knight can: 1000, and the drive to mate: kings eight files and ranks apart
+    // (10 x 6), the defender in the centre ring (0) and four from either light corner (40 x 3).
+    {"8/8/8/4k3/8/8/8/KBN5", 1, 1180},
     {"8/8/8/1k6/8/P2K4/8/8", 0, 0},            // a-pawn, the king inside its square
     {"3k4/p7/8/1K6/8/8/8/8", 0, 0},            // the same for Black
     {"8/8/8/1k6/8/1P6/8/3K4", 0, 0},           // no rook pawn, but the king in front holds
@@ -107,11 +107,16 @@ TEST(Evaluate, DrawAndScalingRules) {
     }
 }
 
-// Pawnless wins climb toward the mate: the kings closer, and with bishop and knight the
-// defending king in the bishop's corner rather than the other one (where no mate can be forced).
+// Pawnless wins climb toward the mate: the kings closer, the defender nearer a corner, a lone
+// rook fencing it into a smaller box (a rook it can take fences nothing), and with bishop and
+// knight the defending king in the bishop's corner rather than the other one (where no mate
+// can be forced).
 TEST(Evaluate, PawnlessWinsDriveTheKingToBeMated) {
     const std::pair<const char*, const char*> better[] = {
         {"7k/8/5K2/8/8/8/8/R7", "7k/8/2K5/8/8/8/8/R7"},      // kings close (same king table)
+        {"8/8/8/8/7k/8/5K2/R7", "8/8/8/8/3k4/8/5K2/R7"},    // an edge, not the centre
+        {"8/8/6k1/8/8/8/4K3/5R2", "8/8/6k1/8/8/8/4K3/R7"},  // a two-file box, not a 7 x 7 one
+        {"8/8/6k1/8/8/8/4K3/5R2", "8/8/6k1/5R2/8/8/4K3/8"}, // the king attacks a loose rook
         {"k7/8/8/8/8/8/8/1B1NK3", "7k/8/8/8/8/8/8/1B1NK3"},  // light bishop: a8 over h8
         {"7k/8/8/8/8/8/8/2BNK3", "k7/8/8/8/8/8/8/2BNK3"},    // dark bishop: h8 over a8
     };

@@ -334,6 +334,29 @@ TEST(UciLimited, NodesMatesAndLongGame) {
     }
 }
 
+// A new game starts from an empty table: a game that shuffled 92 plies in a won rook ending
+// leaves it full of draws by repetition and by the fifty-move count, which the same position
+// at the start of the next game must not inherit (the old table scored it 0 at depth 6).
+TEST(UciLimited, NewGameForgetsTheLastGamesDraws) {
+    const std::string fen = "position fen 8/8/8/3k4/8/8/8/R3K3 w - - 0 1";
+    std::string shuffles = fen + " moves";
+    for (int i = 0; i < 23; ++i) shuffles += " e1e2 d5d6 e2e1 d6d5";
+    UciEngine engine(shuffles);
+    const auto lastScore = [&engine](const char* go) {
+        engine.send(go);
+        std::string last;
+        engine.line([&](const std::string& l) {
+            if (isPvLine(l)) last = l;
+            return l.rfind("bestmove", 0) == 0;
+        }, kWaitMs);
+        return field(last, "cp");
+    };
+    EXPECT_EQ(lastScore("go depth 16"), 0);  // the history's repetitions make it a draw
+    engine.send("ucinewgame");
+    engine.send(fen);
+    EXPECT_GT(lastScore("go depth 6"), 1000);
+}
+
 // Promotion letters: upper case by default, lower case in every move the protocol sends with
 // --lowercase-promotions (pv and bestmove); "position ... moves" takes either form. The rook on
 // d8 must be taken with promotion.
