@@ -83,10 +83,13 @@ void masterDriver(SearchThread& t) {
     }
     iterate(masterRoot());
     finishHelpers();
-    pool.running.store(false);  // reported: from here on Ctrl-C ends the engine again
+    // Everything the statistics read is taken before the search counts as over: a "go" may
+    // come in from then on and restart the clock and the counts.
     SearchStats sum = t.stats;
     for (int i = 1; i < pool.threadCount; ++i) sum.add(pool.threads[i]->stats);
-    printStatistics(sum, tt.entryCount(), (clockMs() - timeControl.startMs) * 0.001);
+    const double seconds = (clockMs() - timeControl.startMs) * 0.001;
+    pool.running.store(false);  // reported: from here on Ctrl-C ends the engine again
+    printStatistics(sum, tt.entryCount(), seconds);
 }
 
 void threadMain(SearchThread* t) {

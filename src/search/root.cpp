@@ -132,13 +132,13 @@ const char* stopReason(RootSearch& root, int depth, int score) {
     const uint64_t nodes = budgetNodes(*root.thread);
     if (timeControl.nodeLimitNow && nodes >= static_cast<uint64_t>(timeControl.nodeLimitNow)) return "stopped\n";
     if (root.rootStop.load() || root.thread->stopped() ||
-        clockMs() - timeControl.startMs > static_cast<uint32_t>(timeControl.limitMs))
+        clockMs() - timeControl.startMs > static_cast<uint32_t>(timeControl.budgetInForce()))
         return "stopped\n";
     timeControl.noteIterationScore(score);
     // "go mate N": a mate in N moves or fewer is what was asked for.
     if (timeControl.mateLimit && score >= kMateFound && movesToMate(score) <= timeControl.mateLimit)
         return "(mate found)\n";
-    if (timeControl.infinite) return nullptr;
+    if (timeControl.unlimited()) return nullptr;
     // A mate proven this shallow cannot get shorter; the other lines of MultiPV still can.
     if (root.pvLines == 1 && kMateScore - std::abs(score) <= depth + 1) return "(optimal)\n";
     // A forced move is played at once; one that "go searchmoves" singled out is searched as asked.

@@ -88,12 +88,13 @@ void TimeControl::reset() {
 }
 
 void TimeControl::selectPhase(int p) {
-    phase = p;
-    if (infinite) {
-        limitMs = -1;
+    std::atomic_ref<int32_t>(phase).store(p, std::memory_order_relaxed);
+    std::atomic_ref<int32_t> live(limitMs);
+    if (unlimited()) {
+        live.store(-1, std::memory_order_relaxed);
         return;
     }
-    limitMs = static_cast<int32_t>(timeLimitMs[p]);
+    live.store(static_cast<int32_t>(timeLimitMs[p]), std::memory_order_relaxed);
     nodeLimitNow = nodeLimit[p];
 }
 
@@ -182,19 +183,21 @@ bool TimeControl::ponderHit(int rootMoveCount, int iterationDepth) {
         logMessage("ponderhit & single move!\n");
         return true;
     }
-    infinite = 0;
+    std::atomic_ref<uint8_t> liveInfinite(infinite);
+    liveInfinite.store(0, std::memory_order_relaxed);
     // The master thread may change the phase between our read and our write: read again until
     // the budget written belongs to the phase in force.
     std::atomic_ref<int32_t> livePhase(phase);
     for (;;) {
         const int32_t p = livePhase.load();
-        limitMs = static_cast<int32_t>(timeLimitMs[p]);
+        std::atomic_ref<int32_t>(limitMs).store(static_cast<int32_t>(timeLimitMs[p]),
+                                                std::memory_order_relaxed);
         const int32_t now = livePhase.load();
         if (now == p) break;
         logMessage("TimeControl: ponderhit detected phase change from %i to %i\n", p, now);
     }
     // Once more now that the budget is in force.
-    infinite = 0;
+    liveInfinite.store(0, std::memory_order_relaxed);
     return false;
 }
 
@@ -202,7 +205,7 @@ bool TimeControl::ponderHit(int rootMoveCount, int iterationDepth) {
 // search; the clock difference is taken modulo 2^32, so its wrap is harmless.
 bool TimeControl::outOfBudget(uint64_t nodes) const {
     if (nodeLimitNow != 0 && nodes >= static_cast<uint64_t>(nodeLimitNow)) return true;
-    return clockMs() - startMs > static_cast<uint32_t>(limitMs);
+    return clockMs() - startMs > static_cast<uint32_t>(budgetInForce());
 }
 
 }  // namespace quarn

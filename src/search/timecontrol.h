@@ -1,6 +1,7 @@
 // The time and node budget of a search, and the phases the root search moves it through.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace quarn {
@@ -82,6 +83,15 @@ public:
     void apply(const SearchLimits& limits);
     // The budget of the normal phase, the one a search is planned with.
     uint32_t normalBudgetMs() const { return timeLimitMs[kPhaseNormal]; }
+
+    // The budget in force and the infinite flag, read while the input thread's ponderhit may
+    // write them: every access during a search goes through an atomic reference.
+    int32_t budgetInForce() const {
+        return std::atomic_ref<int32_t>(const_cast<int32_t&>(limitMs)).load(std::memory_order_relaxed);
+    }
+    bool unlimited() const {
+        return std::atomic_ref<uint8_t>(const_cast<uint8_t&>(infinite)).load(std::memory_order_relaxed) != 0;
+    }
 
     // Phase 2, the clock restarted, no iteration yet.
     void reset();

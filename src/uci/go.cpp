@@ -86,6 +86,9 @@ void Uci::onGo() {
     if (old != POSITION) std::fprintf(stderr, "Expected current status==POSITION, got %i\n", old);
     if (old == SEARCHING || old == PONDERING) stopSearch();
     if (held != HELD_NONE) sendHeld(held, true);
+    // The last search may have answered and still be closing (its statistics read the clock
+    // of the time control set up below): it finishes first.
+    waitIdle();
     {
         std::lock_guard<std::mutex> lock(statusMutex_);
         status_ = next;
