@@ -83,13 +83,12 @@ void masterDriver(SearchThread& t) {
     }
     iterate(masterRoot());
     finishHelpers();
-    // Everything the statistics read is taken before the search counts as over: a "go" may
-    // come in from then on and restart the clock and the counts.
+    pool.running.store(false);  // reported: from here on Ctrl-C ends the engine again
+    // The next search (go, the console, bench) waits for this thread to be idle before it
+    // sets up the clock and the counts read here.
     SearchStats sum = t.stats;
     for (int i = 1; i < pool.threadCount; ++i) sum.add(pool.threads[i]->stats);
-    const double seconds = (clockMs() - timeControl.startMs) * 0.001;
-    pool.running.store(false);  // reported: from here on Ctrl-C ends the engine again
-    printStatistics(sum, tt.entryCount(), seconds);
+    printStatistics(sum, tt.entryCount(), (clockMs() - timeControl.startMs) * 0.001);
 }
 
 void threadMain(SearchThread* t) {
