@@ -41,6 +41,29 @@ bool isGoWord(const SharedString& word) {
     return word.equals("infinite") || word.equals("ponder") || word.equals("searchmoves");
 }
 
+// The time limits of a go: a fixed move time wins over the clocks. Returns whether either
+// was given.
+bool timeLimits(SearchLimits& limits, const GoParameters& p, bool white, int reserveMs, int overheadMs) {
+    if (p.movetime >= 0) {
+        logMessage("got hard moves/millis=%i/%i\n", p.movestogo, p.movetime);
+        limits.moveTimeMs = p.movetime;
+        return true;
+    }
+    const int clock = white ? p.wtime : p.btime, increment = white ? p.winc : p.binc;
+    if (clock < 0) return false;
+    logMessage("got wb moves/millis=%i/%i\n", p.movestogo, clock);
+    // The reserve is kept back from the clock, but on a short clock only an eighth of it plus
+    // the move overhead (the time a stop takes to land and the GUI or the network loses): a 3 s
+    // reserve on a 2 s clock would leave every move a fixed 100 ms and lose on time. The
+    // overhead itself is never spent, however long the clock.
+    const int shortReserve = clock / kReserveShare + overheadMs;
+    const int reserve = reserveMs < shortReserve ? reserveMs : shortReserve;
+    limits.reserveMs = reserve > overheadMs ? reserve : overheadMs;
+    limits.clockMs = clock;
+    limits.incrementMs = increment;
+    return true;
+}
+
 }  // namespace
 
 void Uci::onGo() {
@@ -108,28 +131,7 @@ void Uci::onGo() {
         logMessage("out of book=%i\n", limits.outOfBookMoves);
     }
     // 7. Time: a fixed move time wins over the clocks.
-    bool timed = false;
-    if (p.movetime >= 0) {
-        logMessage("got hard moves/millis=%i/%i\n", p.movestogo, p.movetime);
-        limits.moveTimeMs = p.movetime;
-        timed = true;
-    } else {
-        const bool white = position_->sideToMove == WHITE;
-        const int clock = white ? p.wtime : p.btime, increment = white ? p.winc : p.binc;
-        if (clock >= 0) {
-            logMessage("got wb moves/millis=%i/%i\n", p.movestogo, clock);
-            // The reserve is kept back from the clock, but on a short clock only an eighth of it
-            // plus the move overhead (the time a stop takes to land and the GUI or the network
-            // loses): a 3 s reserve on a 2 s clock would leave every move a fixed 100 ms and lose
-            // on time. The overhead itself is never spent, however long the clock.
-            const int shortReserve = clock / kReserveShare + moveOverheadMs_;
-            const int reserve = reserveMs_ < shortReserve ? reserveMs_ : shortReserve;
-            limits.reserveMs = reserve > moveOverheadMs_ ? reserve : moveOverheadMs_;
-            limits.clockMs = clock;
-            limits.incrementMs = increment;
-            timed = true;
-        }
-    }
+    const bool timed = timeLimits(limits, p, position_->sideToMove == WHITE, reserveMs_, moveOverheadMs_);
     timeControl.apply(limits);
     // 8. Nothing limits the search: only "stop" will end it.
     if (!p.nodes && !p.depth && !p.infinite && !timed && !p.mate) {
