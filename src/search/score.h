@@ -7,9 +7,10 @@ namespace quarn {
 constexpr int kInfinity = 30000;   // wider than any score a search returns
 constexpr int kMateScore = 30000;  // a mate at the root itself
 // Every score beyond this is distance-dependent: the table stores it relative to its node and
-// the search prunes with it as with a mate. Mates lie near 30000, so the band is wide on
-// purpose and static scores stay below it.
-constexpr int kMateThreshold = 3000;
+// the search prunes with it as with a mate, at any depth. Mates lie near 30000; the static
+// score of the most lopsided legal material (nine queens and every piece against a bare king)
+// is about 12000, so every static score stays below the band and is never taken for a mate.
+constexpr int kMateThreshold = 20000;
 // A mate found: scores from here on are shown as mates and end an internal deepening search.
 // The quiescence search's mate-in-one threat returns exactly this, a lower bound below every
 // real mate score.

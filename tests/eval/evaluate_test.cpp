@@ -10,6 +10,7 @@
 #include "eval/racing.h"
 #include "eval/see.h"
 #include "eval/threats.h"
+#include "search/score.h"
 #include "support.h"
 
 namespace quarn::test {
@@ -125,6 +126,19 @@ TEST(Evaluate, PawnlessWinsDriveTheKingToBeMated) {
             const int g = evaluateFresh(positionFrom(good + side));
             const int b = evaluateFresh(positionFrom(bad + side));
             EXPECT_GT(side[1] == 'w' ? g - b : b - g, 0) << good << " / " << bad << side;
+        }
+    }
+}
+
+// The table and the search take every score beyond kMateThreshold for a mate: no static score
+// may reach it, however lopsided the material (up to nine queens and every piece), for either
+// colour.
+TEST(Evaluate, StaticScoresStayBelowTheMateBand) {
+    for (const std::string fen : {"QQQQQ3/QQQQ4/8/8/8/5k2/8/RRBBNN1K b - -", "QQ6/8/8/3k4/8/8/8/4K3 b - -",
+                                  "k7/2Q5/1Q6/8/8/8/8/6QK w - -"}) {
+        for (const std::string& f : {fen, flippedFen(fen)}) {
+            const int score = std::abs(evaluateFresh(positionFrom(f)));
+            EXPECT_TRUE(score > 3000 && score < kMateThreshold) << f << ": " << score;
         }
     }
 }
