@@ -20,6 +20,11 @@ constexpr int kThreatCaptureBonus = 1 << 20;
 // escaping (10 points) outweighs most history values, a pawn (1) tips near ties.
 constexpr int kSafetyWeight = 256;
 
+// Capture history shifts a capture by up to two order points of victim (its whole range over
+// this unit): it sorts captures of like victims by what cut off before, and never puts a pawn
+// taken ahead of a rook taken.
+constexpr int kCaptureHistoryUnit = 512;
+
 // Bonus for a quiet evasion onto a square our pawn guards, by the mover's type.
 constexpr int kPawnGuardBonus[8] = {0, 64, 32, 32, 0, -128, 0, 0};
 // Below this many enemy points the king steps by its endgame table.
@@ -52,7 +57,7 @@ void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int coun
                 Move hashMove, int* scores, uint8_t* early) {
     const Position& pos = thread.pos;
     const Move(&killers)[2] = thread.killers[ply];
-    const QuietHistory& h = *thread.history;
+    const MoveHistory& h = *thread.history;
     const int side = static_cast<int>(pos.sideToMove);
     const uint16_t prev1 = thread.moveKeys[ply + 1], prev2 = thread.moveKeys[ply];
     const Move counter = h.counter[prev1];
@@ -68,12 +73,13 @@ void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int coun
             score = kHashTier;
             isEarly = true;
         } else if (m & kCaptureOrPromotion) {
-            const int victim = kOrderValue[typeOf(pos.board[to])];
+            const int victim = kOrderValue[typeOf(pos.board[to])] * kVictimWeight +
+                               captureHistory(h, pos, m) / kCaptureHistoryUnit;
             if (see(pos, m) >= 0) {
-                score = kWinningCaptureTier + victim * kVictimWeight + safety;
+                score = kWinningCaptureTier + victim + safety;
                 isEarly = true;
             } else {
-                score = kLosingCaptureTier + victim * kVictimWeight + safety;
+                score = kLosingCaptureTier + victim + safety;
                 // A losing capture that takes the piece behind the threat may still help.
                 if (threatMove && to == fromSquare(threatMove)) score += kThreatCaptureBonus;
             }
@@ -98,7 +104,7 @@ void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int coun
 void scoreQuiets(const SearchThread& thread, int ply, const Move* moves, int* scores, int from,
                  int count) {
     const Position& pos = thread.pos;
-    const QuietHistory& h = *thread.history;
+    const MoveHistory& h = *thread.history;
     const int side = static_cast<int>(pos.sideToMove);
     const uint16_t prev1 = thread.moveKeys[ply + 1], prev2 = thread.moveKeys[ply];
     const Bitboard attacked = pos.state.enemyAttacks;

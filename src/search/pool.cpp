@@ -118,7 +118,7 @@ void startThread(int index) {
     auto* t = new SearchThread();
     t->index = static_cast<uint32_t>(index);
     t->eval = new EvalContext();
-    t->history = new QuietHistory();
+    t->history = new MoveHistory();
     initEvalContext(*t->eval, &t->pos);
     resizePawnTable(t->eval->pawnTable, kSearchPawnEntries);
     t->busy = true;  // until the thread announces itself idle
@@ -221,7 +221,7 @@ void setSearchLines(SearchLines* lines) { masterRoot().lines = lines; }
 
 void clearSearchHistory() {
     waitIdle();
-    for (int i = 0; i < pool.threadCount; ++i) std::memset(pool.threads[i]->history, 0, sizeof(QuietHistory));
+    for (int i = 0; i < pool.threadCount; ++i) std::memset(pool.threads[i]->history, 0, sizeof(MoveHistory));
 }
 
 void shutdownThreads() {

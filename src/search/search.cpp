@@ -266,7 +266,7 @@ void reduceWithoutHashMove(SearchThread& t, Node& n) {
 // vain lose as much. Out of check it becomes a killer as well.
 void rewardCutoff(SearchThread& t, const Node& n, Move m, const Move* tried, int triedCount) {
     const Position& pos = t.pos;
-    QuietHistory& h = *t.history;
+    MoveHistory& h = *t.history;
     const int side = static_cast<int>(pos.sideToMove), bonus = historyBonus(n.depth);
     const uint16_t prev1 = t.moveKeys[n.ply + 1], prev2 = t.moveKeys[n.ply];
     if (!n.inCheck) updateKillers(t, n.ply, m);
@@ -274,6 +274,16 @@ void rewardCutoff(SearchThread& t, const Node& n, Move m, const Move* tried, int
     for (int i = 0; i < triedCount; ++i)
         rewardQuiet(h, side, tried[i], continuationKey(pos, tried[i]), prev1, prev2, -bonus);
     if (prev1 != kNoContinuation) h.counter[prev1] = m;
+}
+
+// A cut-off at `depth`: the captures searched before it in vain lose capture history, and the
+// move gains it when it is a capture itself.
+void rewardCaptures(SearchThread& t, int depth, Move m, const Move* tried, int triedCount) {
+    const Position& pos = t.pos;
+    MoveHistory& h = *t.history;
+    const int bonus = historyBonus(depth);
+    if (!isQuiet(m)) addHistory(captureHistory(h, pos, m), bonus);
+    for (int i = 0; i < triedCount; ++i) addHistory(captureHistory(h, pos, tried[i]), -bonus);
 }
 
 // Singular extension: a hash move from a deep enough lower bound that all other moves fail
@@ -323,7 +333,10 @@ bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result)
     result = stopScore();
     if (t.stopped()) return true;
     if (s >= n.beta) {
-        if (isQuiet(m)) rewardCutoff(t, n, m, nullptr, 0);
+        if (isQuiet(m))
+            rewardCutoff(t, n, m, nullptr, 0);
+        else
+            rewardCaptures(t, n.depth, m, nullptr, 0);
         setSinglePv(t, n.ply, m);
         lowerBound(pos, n.ply, n.depth, s, m, n.staticEval, earned);
         ++t.stats.cutNodes;
@@ -346,8 +359,8 @@ int futilityValue(const Position& pos, const Node& n) {
     return heavy ? n.staticEval + kFutilityBase + kFutilityPerPly * n.depth : kInfinity;
 }
 
-// The generated moves of a node, in the order the loop picks them, and the quiet moves it has
-// searched so far (they lose history when a later one cuts off).
+// The generated moves of a node, in the order the loop picks them, and the quiet moves and
+// captures it has searched so far (they lose history when a later move cuts off).
 struct MoveList {
     Move moves[kMaxMoves];
     int scores[kMaxMoves];
@@ -355,6 +368,8 @@ struct MoveList {
     int count;
     Move quietsTried[kMaxMoves];
     int quietCount;
+    Move capturesTried[kMaxMoves];
+    int captureCount;
 };
 
 // What the node knows before its move loop: the tactical marks, the futility value and the
@@ -496,6 +511,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
     Move* end = n.inCheck ? generateEvasions(pos, list.moves) : generateAll(pos, list.moves);
     list.count = static_cast<int>(end - list.moves);
     list.quietCount = 0;
+    list.captureCount = 0;
     if (list.count == 0) {
         ++t.stats.mates;
         return n.inCheck ? matedIn(ply) : 0;
@@ -531,7 +547,10 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
             if (p.futile) noteScore(t, n, m, c.futility, 0);
             continue;
         }
-        if (isQuiet(m)) list.quietsTried[list.quietCount++] = m;
+        if (isQuiet(m))
+            list.quietsTried[list.quietCount++] = m;
+        else
+            list.capturesTried[list.captureCount++] = m;
         const int s = searchMove(t, n, m, p, saved);
         if (t.stopped()) return stopScore();
         if (s < n.beta) {
@@ -539,10 +558,11 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
             continue;
         }
         // 9.4 Cut-off: a lower bound, and a quiet refutation becomes a killer and gains history
-        // over the quiet moves tried before it.
+        // over the quiet moves tried before it; a capture gains over the captures before it.
         t.stats.killerCuts += killer;
         t.stats.firstMoveCuts += !n.hashMove && i == 0;
         if (isQuiet(m)) rewardCutoff(t, n, m, list.quietsTried, list.quietCount - 1);
+        rewardCaptures(t, n.depth, m, list.capturesTried, list.captureCount - !isQuiet(m));
         setSinglePv(t, ply, m);
         if (!n.excluded) lowerBound(pos, ply, n.depth, s, m, n.staticEval, c.singleReply);
         ++t.stats.cutNodes;

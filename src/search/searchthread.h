@@ -53,7 +53,7 @@ struct SearchThread {
     int maxPly;         // deepest ply reached ("seldepth")
     Move pv[kMaxPly][kMaxPly];
     Move killers[kMaxPly][2];
-    QuietHistory* history;  // owned; large, so on the heap; kept from search to search
+    MoveHistory* history;  // owned; large, so on the heap; kept from search to search
     // moveKeys[ply + 2]: the continuation key of the move made at `ply` (kNoContinuation for a
     // null move); the two entries before the root stay kNoContinuation.
     uint16_t moveKeys[kMaxPly + 2];
