@@ -21,8 +21,9 @@ constexpr int kThreatCaptureBonus = 1 << 20;
 constexpr int kSafetyWeight = 256;
 
 // Capture history shifts a capture by up to two order points of victim (its whole range over
-// this unit): it sorts captures of like victims by what cut off before, and never puts a pawn
-// taken ahead of a rook taken.
+// this unit): it sorts captures of like victims by what cut off before, while the victim's
+// value still leads (a pawn taken comes ahead of a rook taken only at the extremes of both
+// history and the movers' safety).
 constexpr int kCaptureHistoryUnit = 512;
 
 // Bonus for a quiet evasion onto a square our pawn guards, by the mover's type.
