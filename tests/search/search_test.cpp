@@ -204,7 +204,7 @@ TEST(SearchPruning, StaticCutLeavesSacrificesWithThreats) {
 }
 
 // Captures of like victims are sorted by what cut off before: capture history puts a capture
-// ahead of its twin, never ahead of a bigger victim. A capture that cuts off gains it; one
+// ahead of its twin, not ahead of a rook taken. A capture that cuts off gains it; one
 // searched in vain before the move that cuts off (here the back-rank mate) loses it.
 TEST(SearchOrdering, CaptureHistorySortsLikeVictimsAndLearnsFromCutoffs) {
     SearchThread& t = nodeSearcher("4k3/8/7r/3p4/5N2/1B6/8/4K2R w - - 0 1");
