@@ -125,8 +125,9 @@ void storePv(RootSearch& root, int depth, int score) {
     }
 }
 
-// The stop rules between iterations; returns the text of the last search line, or null to go on.
-const char* stopReason(RootSearch& root, int depth, int score) {
+// The stop rules between iterations, after one whose best move has held for `heldIterations`
+// iterations before it (0: it changed); returns the text of the last search line, or null to go on.
+const char* stopReason(RootSearch& root, int depth, int score, int heldIterations) {
     // A helper goes on until the master stops it (or its depth limit is reached).
     if (!isMaster(root)) return root.thread->stopped() ? "stopped\n" : nullptr;
     const uint64_t nodes = budgetNodes(*root.thread);
@@ -143,7 +144,7 @@ const char* stopReason(RootSearch& root, int depth, int score) {
     if (root.pvLines == 1 && kMateScore - std::abs(score) <= depth + 1) return "(optimal)\n";
     // A forced move is played at once; one that "go searchmoves" singled out is searched as asked.
     if (depth > 1 && root.legalMoveCount == 1) return "single move\n";
-    if (clockMs() - timeControl.startMs > timeControl.timeLimitMs[1]) return "ok/stop\n";
+    if (clockMs() - timeControl.startMs > timeControl.iterationCutoffMs(heldIterations)) return "ok/stop\n";
     if (timeControl.nodeLimit[1] != 0 && nodes > static_cast<uint64_t>(timeControl.nodeLimit[1]))
         return "ok/stopnodes\n";
     return nullptr;
@@ -363,6 +364,8 @@ void iterate(RootSearch& root) {
     for (int i = 0; i < root.pvLines; ++i) copyLine(root.linePv[i], root.rootMoves[i].move, noChild);
     int depth = 1, score = 0;
     uint64_t previousNodes = 1;
+    Move lastBest = 0;
+    int held = 0;  // iterations the best move has stayed best
     for (;; ++depth) {
         // 2. A new iteration.
         root.depth.store(depth);
@@ -383,7 +386,9 @@ void iterate(RootSearch& root) {
         if (!root.rootStop.load()) storePv(root, depth, score);
         // 5. Stop rules.
         const uint64_t iterationNodes = nodesOf(root) - startNodes;
-        if (const char* reason = stopReason(root, depth, score)) {
+        held = root.rootMoves[0].move == lastBest ? held + 1 : 0;
+        lastBest = root.rootMoves[0].move;
+        if (const char* reason = stopReason(root, depth, score, held)) {
             if (root.lines) root.lines->iterationLine(root, score, reason);
             break;
         }

@@ -65,6 +65,7 @@ void TimeControl::apply(const SearchLimits& limits) {
     reserveMs = 0;
     depthLimit = limits.depth;
     mateLimit = limits.mateMoves;
+    clockGoverns = limits.moveTimeMs < 0 && limits.clockMs >= 0;
     if (limits.outOfBookMoves >= 0) outOfBookMoves = limits.outOfBookMoves;
     if (limits.moveTimeMs >= 0) {
         setMoveTime(static_cast<uint32_t>(limits.moveTimeMs));
@@ -199,6 +200,18 @@ bool TimeControl::ponderHit(int rootMoveCount, int iterationDepth) {
     // Once more now that the budget is in force.
     liveInfinite.store(0, std::memory_order_relaxed);
     return false;
+}
+
+uint32_t TimeControl::iterationCutoffMs(int heldIterations) const {
+    const uint32_t share = timeLimitMs[1];
+    if (!clockGoverns) return share;
+    const int percent = heldIterations == 0                    ? kChangedPercent
+                        : heldIterations >= kSettledIterations ? kSettledPercent
+                        : heldIterations >= kSteadyIterations  ? kSteadyPercent
+                                                               : kFreshPercent;
+    const uint64_t cutoff = static_cast<uint64_t>(share) * static_cast<uint64_t>(percent) / 100;
+    // Never past the hard budget of the normal phase: the iteration would be cut off anyway.
+    return static_cast<uint32_t>(std::min<uint64_t>(cutoff, timeLimitMs[kPhaseNormal]));
 }
 
 // Polled every 256 nodes. The budget compares unsigned, so limitMs -1 (infinite) never ends a

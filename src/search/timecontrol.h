@@ -21,6 +21,20 @@ constexpr int kPhaseFailLow = 4;
 // move the search has just seen fail costs more than a slower move. Phase 0 is a tenth.
 inline constexpr float kPhaseFactors[kPhases] = {0.1f, 0.6f, 2.0f, 3.0f, 8.0f};
 
+// How long the best move has held decides when the last iteration starts, under a clock: a
+// move that stayed best through many iterations is rarely overturned by one more, and the
+// time is worth more on a later move; a move that has just changed needs confirming. Factors
+// of phase 1's share, in hundredths: the best move changed in the last iteration, held for
+// fewer than kSteadyIterations, for fewer than kSettledIterations, for more. Most moves of a
+// game settle, so the settled factor sets the clock's use; the others lift it where the move
+// is in doubt. Phase 2's hard budget stays as it is.
+constexpr int kSteadyIterations = 3;
+constexpr int kSettledIterations = 6;
+constexpr int kChangedPercent = 150;
+constexpr int kFreshPercent = 120;
+constexpr int kSteadyPercent = 100;
+constexpr int kSettledPercent = 80;
+
 // The move time of a search that was given no limit (a console search): about five seconds.
 constexpr uint32_t kDefaultMoveTimeMs = 5000;
 
@@ -59,6 +73,7 @@ public:
     int32_t phase = 0;
     uint8_t infinite = 0;   // go infinite or ponder: no time limit until ponderhit
     uint8_t canPonder = 0;  // we may ponder, so every base budget grows by 1.3
+    uint8_t clockGoverns = 0;  // the budgets come from the clock (not a fixed move time)
     int32_t depthLimit = 0;
     int32_t mateLimit = 0;     // go mate N: a mate in this many moves or fewer ends the search
     int64_t nodeLimitNow = 0;  // node budget in force; 0 = none
@@ -125,6 +140,9 @@ public:
     // (exactly one root move and the running iteration at depth 3 or more). Otherwise the
     // budget of the current phase comes into force.
     bool ponderHit(int rootMoveCount, int iterationDepth);
+    // After a completed iteration whose best move has been the same for `heldIterations`
+    // iterations before it (0: it changed): the time after which no new iteration starts.
+    uint32_t iterationCutoffMs(int heldIterations) const;
     // The stop test of the searching code: the node budget in force reached, or the time
     // budget passed (an unlimited one, -1, never passes).
     bool outOfBudget(uint64_t nodes) const;

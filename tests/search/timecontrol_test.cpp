@@ -112,6 +112,37 @@ TEST(TimeControl, PhaseTransitions) {
     }
 }
 
+// Under a clock the last iteration starts later for a best move that has just changed and
+// earlier for one that has held, never past the normal phase's budget; a fixed move time, or a
+// search with no limits, keeps phase 1's share whatever the move did.
+TEST(TimeControl, IterationCutoffFollowsTheBestMovesHold) {
+    SearchLimits clock;
+    clock.clockMs = 60000;
+    TimeControl tc;
+    tc.apply(clock);
+    const uint32_t share = tc.timeLimitMs[1];
+    const uint32_t changed = tc.iterationCutoffMs(0), fresh = tc.iterationCutoffMs(1),
+                   steady = tc.iterationCutoffMs(kSteadyIterations),
+                   settled = tc.iterationCutoffMs(kSettledIterations + 5);
+    EXPECT_GT(changed, fresh);
+    EXPECT_LE(changed, tc.timeLimitMs[kPhaseNormal]);
+    EXPECT_GT(fresh, steady);
+    EXPECT_GT(steady, settled);
+    EXPECT_LT(settled, share);
+    // A share near the normal budget: the cutoff stops at that budget.
+    tc.timeLimitMs[1] = static_cast<uint32_t>(0.95 * tc.timeLimitMs[kPhaseNormal]);
+    EXPECT_EQ(tc.iterationCutoffMs(0), tc.timeLimitMs[kPhaseNormal]);
+
+    SearchLimits fixed = clock;
+    fixed.moveTimeMs = 700;
+    for (const SearchLimits& limits : {fixed, SearchLimits{}}) {
+        TimeControl other;
+        other.apply(limits);
+        for (const int held : {0, 1, kSteadyIterations, kSettledIterations})
+            EXPECT_EQ(other.iterationCutoffMs(held), other.timeLimitMs[1]);
+    }
+}
+
 // Ponderhit ends the unlimited time, so that phases bring their budgets again; but with a
 // single root move and depth 3 running the search must stop instead.
 TEST(TimeControl, InfiniteUntilPonderHit) {
