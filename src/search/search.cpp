@@ -394,9 +394,9 @@ struct MovePlan {
 
 // 9.2 The plan of one move. A late quiet move below the futility value is pruned (unless it is
 // tactical and safe); a single evasion or a winning recapture is extended; a late move is
-// reduced by the table, a ply more when the position does not improve and in an expected cut
-// node, less in a PV node, for a tactical move, a killer or counter move, and for a move with a
-// good history, more for one with a bad history.
+// reduced by the table, a ply more when the position does not improve, less in a PV node, for
+// a tactical move, a killer or counter move, and for a move with a good history, more for one
+// with a bad history.
 MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, int moveNumber,
                   bool late) {
     const Position& pos = t.pos;
