@@ -189,7 +189,6 @@ struct Node {
     int ply, depth, alpha, beta;
     uint32_t flags;
     bool pvNode, inCheck, reductionsOn, improving;
-    bool cutNode;  // expected to cut when the node was entered (the loop's flags turn to all-node)
     int staticEval;
     Move hashMove, threat;
     int hashExtension;  // what the hash move earned when it was stored
@@ -440,9 +439,6 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
     int r = lateReduction(n.depth, moveNumber);
     if (!n.improving) ++r;
     if (n.pvNode) --r;
-    // In an expected cut node one good move settles it: the late moves are there to refute
-    // nothing and are searched a ply shallower still.
-    if (n.cutNode) ++r;
     if (p.tactical) --r;
     if (isQuiet(m)) {
         if (sameMove(m, t.killers[ply][1]) || sameMove(m, t.history->counter[t.moveKeys[ply + 1]])) --r;
@@ -663,7 +659,6 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     n.alpha = alpha;
     n.beta = beta;
     n.flags = flags;
-    n.cutNode = flags & NODE_CUT;
     n.threat = 0;
     // Better than two plies ago (the same side to move), or the last time it was known.
     t.staticEvals[ply] = n.inCheck ? kNoStaticEval : n.staticEval;
