@@ -37,9 +37,14 @@ void scoreQuiets(const SearchThread& thread, int ply, const Move* moves, int* sc
 
 // The move loop's pick: brings the best-scored of moves[i..count) to place i.
 inline void pickBest(Move* moves, int* scores, uint8_t* early, int i, int count) {
-    int best = i;
-    for (int j = i + 1; j < count; ++j)
-        if (scores[j] > scores[best]) best = j;
+    // The first of the highest scores; kept free of branches, which the scores would
+    // mispredict at every step.
+    int best = i, top = scores[i];
+    for (int j = i + 1; j < count; ++j) {
+        const int s = scores[j];
+        best = s > top ? j : best;
+        top = s > top ? s : top;
+    }
     if (best == i) return;
     const Move m = moves[i];
     moves[i] = moves[best];
