@@ -179,9 +179,10 @@ constexpr int kSingularDepthSlack = 3;
 constexpr int kSingularMargin = 2;
 // Check extension: a move that gives check is searched a ply deeper (the move is made, so the
 // side to move is the one in check). Checks force the reply, so the extra ply costs few nodes
-// and keeps mating attacks and perpetual checks inside the horizon.
-int withCheckExtension(const SearchThread& t, int extension) {
-    return extension == 0 && inCheck(t.pos) ? 1 : extension;
+// and keeps mating attacks and perpetual checks inside the horizon. Not a check whose piece the
+// exchange count loses: a run of such spite checks only pushes the horizon back.
+int withCheckExtension(const SearchThread& t, Move m, int extension) {
+    return extension == 0 && inCheck(t.pos) && squareExchange(t.pos, toSquare(m)) >= 0 ? 1 : extension;
 }
 
 // One node's state, handed from phase to phase.
@@ -328,7 +329,7 @@ bool hashMoveEnds(SearchThread& t, Node& n, const UndoState& saved, int& result)
     }
     t.moveKeys[n.ply + 2] = continuationKey(pos, m);
     playMove(t, m);
-    const int s = -search(t, n.ply + 1, n.depth - 1 + withCheckExtension(t, extension), -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
+    const int s = -search(t, n.ply + 1, n.depth - 1 + withCheckExtension(t, m, extension), -n.beta, -n.alpha, n.flags ^ kSwapExpectation);
     takeBack(pos, m, saved);
     result = stopScore();
     if (t.stopped()) return true;
@@ -456,7 +457,7 @@ int searchMove(SearchThread& t, Node& n, Move m, const MovePlan& p, const UndoSt
     const int ply = n.ply;
     t.moveKeys[ply + 2] = continuationKey(t.pos, m);
     playMove(t, m);
-    const int newDepth = n.depth - 1 + withCheckExtension(t, p.extension);
+    const int newDepth = n.depth - 1 + withCheckExtension(t, m, p.extension);
     int s;
     if (p.reduction > 0) {
         ++t.stats.reduceTries;
