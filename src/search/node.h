@@ -7,6 +7,7 @@
 
 #include "board/movegen.h"
 #include "eval/evaluate.h"
+#include "eval/loneking.h"
 #include "search/score.h"
 #include "search/search.h"
 #include "search/tt.h"
@@ -121,6 +122,22 @@ inline bool drawnByRules(SearchThread& t, int ply, int beta) {
     for (int i = first - 4; i >= pos.state.fiftyStart; i -= 2)
         if (pos.keyHistory[i] == pos.hashKey) return true;
     return false;
+}
+
+// King and rook or king and queen against a lone king at the root: the mate tables give every
+// node below it the exact score, provided the mate lands before the fifty-move count runs out;
+// otherwise, and for the draws (the piece lost, a stalemate), the search plays the position out
+// as any other. An ending reached by a capture or a promotion below the root keeps its static
+// score: mate scores deep in a bigger ending switch the pruning off there and swell the tree
+// (thirty-fold on a rook-and-pawn ending) for an ending the static score already wins.
+inline bool loneKingScore(const Position& pos, int ply, int& score) {
+    if (!loneKingEnding(pos) || pos.state.fiftyStart > static_cast<int>(pos.ply) - ply) return false;
+    int plies = 0;
+    const int outcome = loneKingOutcome(pos, plies);
+    if (outcome == 0 || static_cast<int>(pos.ply) - pos.state.fiftyStart + plies > kFiftyMovePlies + 1)
+        return false;
+    score = outcome > 0 ? mateIn(ply + plies) : matedIn(ply + plies);
+    return true;
 }
 
 // A table entry that settles the node without searching it: a deep enough bound on the right

@@ -277,12 +277,16 @@ int quiesceMoves(SearchThread& t, QNode& q, Move* moves, Move* end) {
 
 int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint32_t flags) {
     Position& pos = t.pos;
-    // 1. Stopped; count the node; the limits; draws; mate-distance pruning.
+    // 1. Stopped; count the node; the limits; draws and the mate tables; mate-distance pruning.
     if (t.stopped()) return stopScore();
     ++t.stats.qnodes;
     if (limitsReached(t)) return stopScore();
     t.pv[ply][0] = 0;
     if (drawnByRules(t, ply, beta)) return 0;
+    if (int known; loneKingScore(pos, ply, known)) {
+        if (flags & NODE_PV) setSinglePv(t, ply, loneKingMove(pos));
+        return known;
+    }
     if (alpha > kMateThreshold && alpha >= mateIn(ply + 1)) return alpha;
     // 2. Transposition table, at depth checkDepth - 2.
     QNode q;

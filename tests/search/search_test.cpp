@@ -11,6 +11,7 @@
 #include <regex>
 #include <thread>
 
+#include "eval/loneking.h"
 #include "search/ordering.h"
 #include "search/pool.h"
 #include "search/timecontrol.h"
@@ -389,6 +390,34 @@ TEST(Mates, FoundWithTheExactScore) {
         EXPECT_TRUE(forcesMate(best.move)) << best.move;  // any mate in n is right
     }
     for (int n = 0; n <= 4; ++n) EXPECT_EQ(count[n], n ? 5 : 0) << n;
+}
+
+// Below the root the search reads the lone-king mate tables, so even a one-ply search playing
+// both sides reports the table's distance and mates in exactly that many plies. With the
+// fifty-move count nearly run out the tables are left alone and no mate is claimed.
+TEST(Mates, LoneKingEndingsMateAtTheTableDistance) {
+    Position pos = positionFrom("8/8/8/4k3/8/2K5/8/4r3 b - - 0 60");  // drawn by the fifty-move rule in a game
+    int plies = 0;
+    ASSERT_EQ(loneKingOutcome(pos, plies), 1);
+    ASSERT_GT(plies, 15);
+    int played = 0;
+    for (; played < 40 && !legalMoves(pos).empty(); ++played) {
+        int left = 0;
+        loneKingOutcome(pos, left);
+        searchRootTo(pos, 1, nullptr);
+        const RootMove& best = masterRoot().rootMoves[0];
+        ASSERT_EQ(best.score, played % 2 ? matedIn(left) : mateIn(left)) << fenOf(pos);
+        makeMove(pos, best.move);
+        computeAttackInfo(pos);
+    }
+    EXPECT_TRUE(inCheck(pos));
+    EXPECT_EQ(played, plies);
+
+    Position late = positionFrom("8/8/8/4k3/8/2K5/8/4r3 b - - 0 60");
+    late.ply = 90;  // 90 plies since the last capture, and the mate needs more than 10
+    searchRootTo(late, 4, nullptr);
+    EXPECT_LT(masterRoot().rootMoves[0].score, kMateThreshold);
+    EXPECT_GT(masterRoot().rootMoves[0].score, 500);  // still a rook up
 }
 
 // "go mate N": with no other limit the search runs until it proves a mate in N moves or fewer,

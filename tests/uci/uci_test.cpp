@@ -334,11 +334,12 @@ TEST(UciLimited, NodesMatesAndLongGame) {
     }
 }
 
-// A new game starts from an empty table: a game that shuffled 92 plies in a won rook ending
+// A new game starts from an empty table: a game that shuffled 92 plies in a won ending (rook
+// and bishop: a lone rook's mates come from tables the search reads before its own table)
 // leaves it full of draws by repetition and by the fifty-move count, which the same position
 // at the start of the next game must not inherit (the old table scored it 0 at depth 6).
 TEST(UciLimited, NewGameForgetsTheLastGamesDraws) {
-    const std::string fen = "position fen 8/8/8/3k4/8/8/8/R3K3 w - - 0 1";
+    const std::string fen = "position fen 8/8/8/3k4/8/8/8/RB2K3 w - - 0 1";
     std::string shuffles = fen + " moves";
     for (int i = 0; i < 23; ++i) shuffles += " e1e2 d5d6 e2e1 d6d5";
     UciEngine engine(shuffles);

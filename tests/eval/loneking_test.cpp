@@ -1,0 +1,113 @@
+// The lone-king mate tables: their verdicts against the moves on the board and the known
+// longest mates.
+#include "eval/loneking.h"
+
+#include <random>
+
+#include "support.h"
+
+namespace quarn::test {
+
+namespace {
+
+std::string squareName(int s) { return {static_cast<char>('a' + s % 8), static_cast<char>('1' + s / 8)}; }
+
+// A FEN with the strong side's king and piece and the other king on the given squares.
+std::string lonePlacement(int king, int piece, int lone, char pieceLetter, bool strongWhite, bool strongToMove) {
+    char board[64];
+    std::fill(board, board + 64, ' ');
+    board[king] = strongWhite ? 'K' : 'k';
+    board[piece] = strongWhite ? pieceLetter : static_cast<char>(pieceLetter + 32);
+    board[lone] = strongWhite ? 'k' : 'K';
+    std::string fen;
+    for (int rank = 7; rank >= 0; --rank) {
+        int empty = 0;
+        for (int file = 0; file < 8; ++file) {
+            const char c = board[rank * 8 + file];
+            if (c == ' ') {
+                ++empty;
+                continue;
+            }
+            if (empty) fen += static_cast<char>('0' + empty);
+            empty = 0;
+            fen += c;
+        }
+        if (empty) fen += static_cast<char>('0' + empty);
+        if (rank) fen += '/';
+    }
+    return fen + ((strongWhite == strongToMove) ? " w - - 0 1" : " b - - 0 1");
+}
+
+struct Verdict {
+    int outcome, plies;
+};
+
+Verdict verdictOf(const Position& pos) {
+    int plies = -1;
+    const int outcome = loneKingOutcome(pos, plies);
+    return {outcome, plies};
+}
+
+}  // namespace
+
+TEST(LoneKing, LongestMatesAreTheKnownOnes) {
+    EXPECT_EQ(loneKingLongestMate(ROOK), 16);
+    EXPECT_EQ(loneKingLongestMate(QUEEN), 10);
+}
+
+// Every verdict follows from the verdicts one legal move later: the mating side has a move to
+// a mate one ply shorter and none to a shorter one; every move of the lone king reaches a mate
+// and the longest is one ply shorter; a draw is a piece the lone king can take or a stalemate.
+// Random placements of both colours, so every symmetry of the tables is crossed.
+TEST(LoneKing, EveryVerdictAgreesWithTheMovesOnTheBoard) {
+    std::mt19937 random(20261127);
+    int checked = 0, draws = 0, mates = 0;
+    while (checked < 6000) {
+        const int king = random() % 64, piece = random() % 64, lone = random() % 64;
+        const bool queen = random() & 1, strongWhite = random() & 1, strongToMove = random() & 1;
+        if (king == piece || king == lone || piece == lone || squareDistance(king, lone) < 2) continue;
+        const Bitboard lines = queen ? queenAttacks(piece, squareBit[king]) : rookAttacks(piece, squareBit[king]);
+        if (strongToMove && (lines & squareBit[lone])) continue;  // the side not to move in check
+        Position pos = positionFrom(lonePlacement(king, piece, lone, queen ? 'Q' : 'R', strongWhite, strongToMove));
+        ASSERT_TRUE(loneKingEnding(pos));
+        ++checked;
+        const Verdict v = verdictOf(pos);
+        const std::vector<Move> moves = legalMoves(pos);
+        int shortest = 1000, longest = -1;
+        bool escapes = false;
+        for (const Move m : moves) {
+            Position child;
+            copyPosition(child, pos);
+            makeMove(child, m);
+            if (!loneKingEnding(child)) {  // the piece taken
+                escapes = true;
+                continue;
+            }
+            const Verdict c = verdictOf(child);
+            if (c.outcome == 0) escapes = true;
+            if (c.outcome != 0) {
+                shortest = std::min(shortest, c.plies);
+                longest = std::max(longest, c.plies);
+            }
+        }
+        const std::string fen = fenOf(pos);
+        if (strongToMove) {
+            ASSERT_EQ(v.outcome, 1) << fen;
+            ASSERT_EQ(v.plies, shortest + 1) << fen;
+            ++mates;
+        } else if (v.outcome == 0) {
+            ASSERT_TRUE(escapes || (moves.empty() && !inCheck(pos))) << fen;
+            ++draws;
+        } else {
+            ASSERT_EQ(v.outcome, -1) << fen;
+            ASSERT_FALSE(escapes) << fen;
+            if (moves.empty()) ASSERT_TRUE(inCheck(pos) && v.plies == 0) << fen;
+            else ASSERT_EQ(v.plies, longest + 1) << fen;
+            ++mates;
+        }
+    }
+    EXPECT_GT(draws, 50);
+    EXPECT_GT(mates, 4000);
+}
+
+}  // namespace quarn::test
