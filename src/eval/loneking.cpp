@@ -5,6 +5,8 @@
 #include <mutex>
 #include <vector>
 
+#include "board/movegen.h"
+
 namespace quarn {
 
 namespace {
@@ -210,6 +212,26 @@ int loneKingOutcome(const Position& pos, int& plies) {
     if (entry == kOpen) return 0;
     plies = entry;
     return strongToMove ? 1 : -1;
+}
+
+Move loneKingMove(Position& pos) {
+    Move moves[kMaxMoves];
+    const Move* end = generateMoves(pos, moves);
+    const UndoState saved = pos.state;
+    const bool mating = pos.side[pos.sideToMove].material != 0;
+    Move best = 0;
+    int bestPlies = 0;
+    for (const Move* it = moves; it != end; ++it) {
+        makeMove(pos, *it);
+        int plies = 0;
+        const int outcome = loneKingEnding(pos) ? loneKingOutcome(pos, plies) : 0;
+        unmakeMove(pos, *it, saved);
+        if (outcome == (mating ? -1 : 1) && (!best || (mating ? plies < bestPlies : plies > bestPlies))) {
+            best = *it;
+            bestPlies = plies;
+        }
+    }
+    return best;
 }
 
 int loneKingLongestMate(int pieceType) {

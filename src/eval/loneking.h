@@ -22,6 +22,10 @@ inline bool loneKingEnding(const Position& pos) {
 // from any thread) by working back from every mate.
 int loneKingOutcome(const Position& pos, int& plies);
 
+// The move of the tables' best line from a position loneKingEnding accepts: the quickest mate,
+// or the longest defence; 0 when no move has a verdict. Needs current attack words.
+Move loneKingMove(Position& pos);
+
 // The longest mate the table of ROOK or QUEEN holds, in moves of the mating side.
 int loneKingLongestMate(int pieceType);
 

@@ -130,13 +130,16 @@ inline bool drawnByRules(SearchThread& t, int ply, int beta) {
 // as any other. An ending reached by a capture or a promotion below the root keeps its static
 // score: mate scores deep in a bigger ending switch the pruning off there and swell the tree
 // (thirty-fold on a rook-and-pawn ending) for an ending the static score already wins.
-inline bool loneKingScore(const Position& pos, int ply, int& score) {
+// A PV node also gets the tables' next move as its line.
+inline bool loneKingScore(SearchThread& t, int ply, uint32_t flags, int& score) {
+    Position& pos = t.pos;
     if (!loneKingEnding(pos) || pos.state.fiftyStart > static_cast<int>(pos.ply) - ply) return false;
     int plies = 0;
     const int outcome = loneKingOutcome(pos, plies);
     if (outcome == 0 || static_cast<int>(pos.ply) - pos.state.fiftyStart + plies > kFiftyMovePlies + 1)
         return false;
     score = outcome > 0 ? mateIn(ply + plies) : matedIn(ply + plies);
+    if (flags & NODE_PV) setSinglePv(t, ply, loneKingMove(pos));
     return true;
 }
 

@@ -283,10 +283,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
     if (limitsReached(t)) return stopScore();
     t.pv[ply][0] = 0;
     if (drawnByRules(t, ply, beta)) return 0;
-    if (int known; loneKingScore(pos, ply, known)) {
-        if (flags & NODE_PV) setSinglePv(t, ply, loneKingMove(pos));
-        return known;
-    }
+    if (int known; loneKingScore(t, ply, flags, known)) return known;
     if (alpha > kMateThreshold && alpha >= mateIn(ply + 1)) return alpha;
     // 2. Transposition table, at depth checkDepth - 2.
     QNode q;

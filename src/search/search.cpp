@@ -583,28 +583,6 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
 
 }  // namespace
 
-// The move the mate tables play in a lone-king ending, shown as the line's next move: the
-// quickest mate, or the longest defence; 0 when no move has a verdict.
-Move loneKingMove(Position& pos) {
-    Move moves[kMaxMoves];
-    const Move* end = generateMoves(pos, moves);
-    const UndoState saved = pos.state;
-    const bool mating = pos.side[pos.sideToMove].material != 0;
-    Move best = 0;
-    int bestPlies = 0;
-    for (const Move* it = moves; it != end; ++it) {
-        makeMove(pos, *it);
-        int plies = 0;
-        const int outcome = loneKingEnding(pos) ? loneKingOutcome(pos, plies) : 0;
-        unmakeMove(pos, *it, saved);
-        if (outcome == (mating ? -1 : 1) && (!best || (mating ? plies < bestPlies : plies > bestPlies))) {
-            best = *it;
-            bestPlies = plies;
-        }
-    }
-    return best;
-}
-
 void initSearchTables() {
     for (int d = 1; d < kReductionTableSize; ++d)
         for (int n = 1; n < kReductionTableSize; ++n)
@@ -660,10 +638,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     t.pv[ply][0] = 0;
     // 2. Draws, and the lone-king endings the mate tables know.
     if (drawnByRules(t, ply, beta)) return 0;
-    if (int known; loneKingScore(pos, ply, known)) {
-        if (flags & NODE_PV) setSinglePv(t, ply, loneKingMove(pos));
-        return known;
-    }
+    if (int known; loneKingScore(t, ply, flags, known)) return known;
     // 3. Transposition table.
     Node n;
     n.pvNode = flags & NODE_PV;

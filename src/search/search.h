@@ -38,9 +38,6 @@ void initSearchTables();
 // Takes a move back made with makeMove, or a null move (m = 0).
 void takeBack(Position& pos, Move m, const UndoState& saved);
 
-// In a lone-king ending, the move of the mate tables' best line (0 when none has a verdict).
-Move loneKingMove(Position& pos);
-
 // The search's null move: passes, fetches the table line and recomputes the attack words.
 void makeSearchNullMove(Position& pos);
 
