@@ -22,6 +22,11 @@ constexpr int kPlacements = kSlots * 64 * 64;
 constexpr uint8_t kOpen = 0xFF;
 constexpr int kMirrorFiles = 1, kMirrorRanks = 2, kFlipDiagonal = 4;
 
+constexpr int entryOf(int slot, int piece, int lone) { return (slot * 64 + piece) * 64 + lone; }
+constexpr int slotPart(int entry) { return entry >> 12; }
+constexpr int piecePart(int entry) { return (entry >> 6) & 63; }
+constexpr int lonePart(int entry) { return entry & 63; }
+
 struct Symmetry {
     int slotOf[64];         // -1 outside the triangle
     int squareOf[kSlots];
@@ -56,13 +61,12 @@ struct Symmetry {
 
     int indexOf(int king, int piece, int lone) const {
         const int t = toTriangle[king];
-        return (slotOf[image[t][king]] * 64 + image[t][piece]) * 64 + image[t][lone];
+        return entryOf(slotOf[image[t][king]], image[t][piece], image[t][lone]);
     }
 
     // The entry that, with the king on the diagonal, stands for the same position flipped.
     int flipped(int index) const {
-        const int slot = index >> 12;
-        return (slot * 64 + image[kFlipDiagonal][(index >> 6) & 63]) * 64 + image[kFlipDiagonal][index & 63];
+        return entryOf(slotPart(index), image[kFlipDiagonal][piecePart(index)], image[kFlipDiagonal][lonePart(index)]);
     }
 };
 
@@ -76,8 +80,6 @@ struct Table {
 
 Table tables[2];  // [0] rook, [1] queen
 std::once_flag built;
-
-bool adjacent(int a, int b) { return (kingAttacks[a] & squareBit[b]) != 0; }
 
 Bitboard pieceAttacks(int type, int square, Bitboard occupied) {
     return type == ROOK ? rookAttacks(square, occupied) : queenAttacks(square, occupied);
@@ -99,7 +101,7 @@ public:
                 for (int lone = 0; lone < 64; ++lone) {
                     const int king = symmetry.squareOf[slot];
                     if (!placed(king, piece, lone)) continue;
-                    const int i = (slot * 64 + piece) * 64 + lone;
+                    const int i = entryOf(slot, piece, lone);
                     open_[i] = static_cast<uint8_t>(loneSteps(king, piece, lone));
                     if (open_[i] == 0 && checked(king, piece, lone)) {
                         t_.loneToMove[i] = 0;
@@ -122,7 +124,7 @@ private:
     std::vector<uint8_t> open_ = std::vector<uint8_t>(kPlacements, 0);
 
     static bool placed(int king, int piece, int lone) {
-        return king != piece && king != lone && piece != lone && !adjacent(king, lone);
+        return king != piece && piece != lone && squareDistance(king, lone) > 1;
     }
 
     // The lone king attacked by the piece; only the strong king can block the line.
@@ -155,18 +157,18 @@ private:
             if (checked(king, piece, lone)) return;
             const int i = symmetry.indexOf(king, piece, lone);
             settle(i);
-            if (symmetry.onDiagonal(i >> 12)) settle(symmetry.flipped(i));
+            if (symmetry.onDiagonal(slotPart(i))) settle(symmetry.flipped(i));
         };
         for (const int i : lost) {
-            const int king = symmetry.squareOf[i >> 12], piece = (i >> 6) & 63, lone = i & 63;
+            const int king = symmetry.squareOf[slotPart(i)], piece = piecePart(i), lone = lonePart(i);
             for (Bitboard b = kingAttacks[king]; b;) {
                 const int from = popLsb(b);
-                if (from != piece && from != lone && !adjacent(from, lone)) mark(from, piece, lone);
+                if (placed(from, piece, lone)) mark(from, piece, lone);
             }
             // A slider comes back along the lines it now attacks.
             for (Bitboard b = pieceAttacks(type_, piece, squareBit[king] | squareBit[lone]); b;) {
                 const int from = popLsb(b);
-                if (from != king && from != lone) mark(king, from, lone);
+                if (placed(king, from, lone)) mark(king, from, lone);
             }
         }
         return found;
@@ -178,11 +180,11 @@ private:
     std::vector<int> lonePredecessors(const std::vector<int>& winning, int plies) {
         std::vector<int> found;
         for (const int i : winning) {
-            const int slot = i >> 12, king = symmetry.squareOf[slot], piece = (i >> 6) & 63, lone = i & 63;
+            const int slot = slotPart(i), king = symmetry.squareOf[slot], piece = piecePart(i), lone = lonePart(i);
             for (Bitboard b = kingAttacks[lone]; b;) {
                 const int from = popLsb(b);
                 if (!placed(king, piece, from)) continue;
-                const int j = (slot * 64 + piece) * 64 + from;
+                const int j = entryOf(slot, piece, from);
                 if (--open_[j] != 0) continue;
                 t_.loneToMove[j] = static_cast<uint8_t>(plies);
                 found.push_back(j);
