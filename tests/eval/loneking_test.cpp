@@ -63,7 +63,8 @@ TEST(LoneKing, EveryVerdictAgreesWithTheMovesOnTheBoard) {
     std::mt19937 random(20261127);
     int checked = 0, draws = 0, mates = 0;
     while (checked < 6000) {
-        const int king = random() % 64, piece = random() % 64, lone = random() % 64;
+        const auto square = [&random] { return static_cast<int>(random() % 64); };
+        const int king = square(), piece = square(), lone = square();
         const bool queen = random() & 1, strongWhite = random() & 1, strongToMove = random() & 1;
         if (king == piece || king == lone || piece == lone || squareDistance(king, lone) < 2) continue;
         const Bitboard lines = queen ? queenAttacks(piece, squareBit[king]) : rookAttacks(piece, squareBit[king]);
