@@ -23,12 +23,13 @@ constexpr int kAspirationDeltas[] = {25, 75, 150, 350, 550, 1150, 60000};
 constexpr int kDeltaCount = sizeof kAspirationDeltas / sizeof kAspirationDeltas[0];
 constexpr int kMaxDepth = 120;
 constexpr char kScaleSuffix[] = " kmgt";
-// In a won position (the last iteration above kWinningScore) a move that cannot be taken back,
-// a capture, promotion or pawn move, is played when its score comes within kProgressBias of
-// the best other move. The gain it makes is certain now; a piece move ahead by a few points of
-// king placement would only put the gain off, since the search finds the same gain behind it
-// at every depth and can keep deferring it until repetitions or the fifty-move rule end the
-// game.
+// In a won position (the last iteration above kWinningScore but short of a mate) a move that
+// cannot be taken back, a capture, promotion or pawn move, is played when its score comes within
+// kProgressBias of the best other move. The gain it makes is certain now; a piece move ahead by
+// a few points of king placement would only put the gain off, since the search finds the same
+// gain behind it at every depth and can keep deferring it until repetitions or the fifty-move
+// rule end the game. Once a mate is proven the shortest one is played instead: a pawn move a
+// mate later would defer the mate itself.
 constexpr int kWinningScore = 1000;
 constexpr int kProgressBias = 50;
 
@@ -381,7 +382,8 @@ void iterate(RootSearch& root) {
         for (int i = 0; i < root.pvLines && !root.rootStop.load(); ++i) searchLine(root, depth, i);
         if (root.pvLines > 1 && !root.rootStop.load()) reportLines(root, depth);
         score = root.rootMoves[0].score;
-        root.won = score > kWinningScore;
+        // A proven mate needs no push: the shortest mate is played, pawn move or not.
+        root.won = score > kWinningScore && score <= kMateThreshold;
         // 4. The PV into the table.
         if (!root.rootStop.load()) storePv(root, depth, score);
         // 5. Stop rules.

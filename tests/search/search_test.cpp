@@ -392,6 +392,20 @@ TEST(Mates, FoundWithTheExactScore) {
     for (int n = 0; n <= 4; ++n) EXPECT_EQ(count[n], n ? 5 : 0) << n;
 }
 
+// Positions of a won game where a pawn push mates in three and the queens mate in two: the
+// won position's preference for pawn moves must not put a proven mate off, move after move.
+TEST(Mates, ShortestPlayedWhenAPawnMoveMatesLater) {
+    for (const char* fen : {"3q4/6k1/8/p2p3p/P2P4/4P1K1/8/5q2 b - - 1 89",
+                            "3q4/6k1/8/p2p4/P2P2Kp/4P3/8/5q2 b - - 1 90",
+                            "3q4/6k1/8/p2P4/P7/4p1Kp/8/5q2 b - - 0 93"}) {
+        Position pos = positionFrom(fen);
+        searchRootTo(pos, 10, nullptr);
+        const RootMove& best = masterRoot().rootMoves[0];
+        EXPECT_EQ(best.score, 30000 - 3) << fen;
+        EXPECT_TRUE(after(pos, best.move, [&] { return lost(pos, 1); })) << fen << " " << best.move;
+    }
+}
+
 // Below the root the search reads the lone-king mate tables, so even a one-ply search playing
 // both sides reports the table's distance and mates in exactly that many plies. With the
 // fifty-move count nearly run out the tables are left alone and no mate is claimed.
@@ -561,7 +575,7 @@ TEST(SearchThreadsShared, HelpersKeepResultsSoundAndBudgetsShared) {
 // every build. Any change of search behaviour changes it; update it on purpose and say
 // "Bench: <count>" in the commit message.
 TEST(Bench, CountIsRepeatableAndMatchesTheRecord) {
-    constexpr unsigned long long kBenchSignature = 144757;
+    constexpr unsigned long long kBenchSignature = 145345;
     prepareSearch(0);  // the table size `quarn bench` searches with
     EXPECT_EQ(benchNodes(5, nullptr), kBenchSignature);
     EXPECT_EQ(benchNodes(5, nullptr), kBenchSignature);
