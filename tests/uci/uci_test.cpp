@@ -208,14 +208,15 @@ TEST(UciLive, StopAfterTheAnswerSendsNothing) {
     EXPECT_EQ(engine.line([](const std::string& l) { return !isInfo(l); }, kWaitMs), "readyok");
 }
 
-// "go infinite" on a mate in one runs out of depth at once, and still says nothing until "stop".
+// "go infinite" on a forced mate runs out of depth at once, and still says nothing until "stop";
+// the answer then carries the forced reply (Kxh7 is the only legal move) as its ponder move.
 TEST(UciLive, InfiniteSearchOutOfDepthWaitsForStop) {
     UciEngine engine("position fen r1bq2rk/pp3pbp/2p1p1pQ/7P/3P4/2PB1N2/PP3PPR/2KR4 w - -");
     engine.send("go infinite");
     ASSERT_TRUE(engine.line("info depth 120 ", kWaitMs));
     EXPECT_FALSE(engine.line("bestmove", 500));
     engine.send("stop\nstop\nisready");
-    EXPECT_EQ(engine.line([](const std::string& l) { return !isInfo(l); }, kWaitMs), "bestmove h6h7");
+    EXPECT_EQ(engine.line([](const std::string& l) { return !isInfo(l); }, kWaitMs), "bestmove h6h7 ponder h8h7");
     EXPECT_EQ(engine.line([](const std::string& l) { return !isInfo(l); }, kWaitMs), "readyok");
 }
 
@@ -379,9 +380,10 @@ TEST(UciLimited, PromotionLetterCase) {
 // the first at least 100 ms apart.
 TEST(UciLimited, MoveTimeAndInfoThrottle) {
     // Never short of the time; how far past it is hash-bench's to measure, not a test's.
-    // A slow build reaches fewer iterations, and their root moves past the first are what the
-    // throttle spaces: it gets more time to show at least two.
-    const int ms = kSlowBuild ? 3000 : 1000;
+    // Root moves past the first are shown only once the iteration's first move has run 100 ms,
+    // which in the first second happens in one or two iterations: two seconds (three for a slow
+    // build) give the throttle at least two gaps to keep.
+    const int ms = kSlowBuild ? 3000 : 2000;
     const Finished f = searchToEnd("position startpos", "go movetime " + std::to_string(ms));
     EXPECT_GE(f.ms, ms - 5);
     EXPECT_GE(field(f.info.back(), "time"), ms);
