@@ -78,8 +78,8 @@ struct RootSearch {
     std::atomic<uint8_t> rootStop;
     SearchLines* lines;  // the console's lines (the master's only), or none
     Position start;      // the position searched, as it was handed over
-    // Set for an iteration whose side to move is winning: captures and promotions then count
-    // kProgressBias more than their score when root moves are compared.
+    // Set for an iteration whose side to move is winning, short of a proven mate: captures,
+    // promotions and pawn moves then count kProgressBias more when root moves are compared.
     bool won;
     // The iteration running, 0 before the first. Read by the input thread (ponderhit), so it
     // is atomic; once it is above 0 the root moves are built and stay as they are.
