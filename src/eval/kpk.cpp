@@ -137,6 +137,8 @@ void buildTable() { Builder().build(); }
 
 }  // namespace
 
+void buildKpkTable() { std::call_once(built, buildTable); }
+
 bool kpkWins(const Position& pos) {
     std::call_once(built, buildTable);
     const int strong = pos.side[WHITE].pieces[PAWN] ? WHITE : BLACK;

@@ -10,4 +10,7 @@ namespace quarn {
 // process, safe from any thread) by retrograde analysis over every placement.
 bool kpkWins(const Position& pos);
 
+// Builds the table now if no call has yet; returns once it is ready.
+void buildKpkTable();
+
 }  // namespace quarn

@@ -201,6 +201,8 @@ void buildTables() {
 
 }  // namespace
 
+void buildLoneKingTables() { std::call_once(built, buildTables); }
+
 int loneKingOutcome(const Position& pos, int& plies) {
     std::call_once(built, buildTables);
     const int strong = pos.side[WHITE].material ? WHITE : BLACK;

@@ -22,6 +22,9 @@ inline bool loneKingEnding(const Position& pos) {
 // from any thread) by working back from every mate.
 int loneKingOutcome(const Position& pos, int& plies);
 
+// Builds the tables now if no call has yet; returns once they are ready.
+void buildLoneKingTables();
+
 // The move of the tables' best line from a position loneKingEnding accepts: the quickest mate,
 // or the longest defence; 0 when no move has a verdict. Needs current attack words.
 Move loneKingMove(Position& pos);

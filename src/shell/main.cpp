@@ -6,11 +6,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "board/bitboard.h"
 #include "board/fen.h"
 #include "board/position.h"
 #include "eval/evalprint.h"
+#include "eval/kpk.h"
+#include "eval/loneking.h"
 #include "search/pool.h"
 #include "search/tt.h"
 #include "shell/bench.h"
@@ -122,6 +125,12 @@ int main(int argc, char** argv) {
     }
     initTables();
     initCastleKeys();
+    // The endgame tables take tens of milliseconds to build (far longer under a sanitizer):
+    // build them beside start-up, so that no search pays for them in the middle of a game.
+    std::thread([] {
+        buildKpkTable();
+        buildLoneKingTables();
+    }).detach();
     if (configTable().read(kConfigFileName)) std::printf("inifile=%s\n", kConfigFileName);
     std::printf("\nallocating hash...");
     const uint32_t bytes = tt.resize(kDefaultHashKb);

@@ -10,8 +10,6 @@ namespace quarn::test {
 
 namespace {
 
-std::string squareName(int s) { return {static_cast<char>('a' + s % 8), static_cast<char>('1' + s / 8)}; }
-
 // A FEN with the strong side's king and piece and the other king on the given squares.
 std::string lonePlacement(int king, int piece, int lone, char pieceLetter, bool strongWhite, bool strongToMove) {
     char board[64];
