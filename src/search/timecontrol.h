@@ -27,13 +27,15 @@ inline constexpr float kPhaseFactors[kPhases] = {0.1f, 0.6f, 2.0f, 3.0f, 8.0f};
 // of phase 1's share, in hundredths: the best move changed in the last iteration, held for
 // fewer than kSteadyIterations, for fewer than kSettledIterations, for more. Most moves of a
 // game settle, so the settled factor sets the clock's use; the others lift it where the move
-// is in doubt. Phase 2's hard budget stays as it is.
+// is in doubt. Phase 2's hard budget stays as it is. With increments the clock settles where
+// a move's use matches the increment, a few seconds above zero at 10 s + 0.1 s: the factors
+// are high enough that the opening and middlegame spend part of that idle reserve.
 constexpr int kSteadyIterations = 3;
 constexpr int kSettledIterations = 6;
-constexpr int kChangedPercent = 150;
-constexpr int kFreshPercent = 120;
-constexpr int kSteadyPercent = 100;
-constexpr int kSettledPercent = 80;
+constexpr int kChangedPercent = 195;
+constexpr int kFreshPercent = 155;
+constexpr int kSteadyPercent = 130;
+constexpr int kSettledPercent = 105;
 
 // The move time of a search that was given no limit (a console search): about five seconds.
 constexpr uint32_t kDefaultMoveTimeMs = 5000;
