@@ -82,7 +82,7 @@ PvReport pvReport(const RootSearch& root, int depth, int score, const Move* pv) 
 }
 
 void reportNewPv(RootSearch& root, int depth, int score) {
-    if (root.lines) root.lines->bestLine(root, score);
+    if (SearchLines* lines = root.lines.load(std::memory_order_relaxed)) lines->bestLine(root, score);
     if (root.reporter) root.reporter->reportPv(pvReport(root, depth, score, root.rootPv));
 }
 
@@ -220,7 +220,8 @@ void reportLines(RootSearch& root, int depth) {
             swapRootMoves(root, j, j - 1);
     root.bestMove = root.rootMoves[0].move;
     std::memcpy(root.rootPv, root.linePv[0], sizeof root.rootPv);
-    if (root.lines) root.lines->bestLine(root, root.rootMoves[0].score);
+    if (SearchLines* lines = root.lines.load(std::memory_order_relaxed))
+        lines->bestLine(root, root.rootMoves[0].score);
     if (!root.reporter) return;
     for (int i = 0; i < root.pvLines; ++i) {
         const PvReport report{i + 1, depth, root.thread->maxPly, root.rootMoves[i].score, BOUND_EXACT,
@@ -298,14 +299,15 @@ int searchRoot(RootSearch& root, int depth, int alpha, int beta, int pvIndex) {
             score = -search(t, 1, depth - 1, -a - 1, -a, NULL_ALLOWED | NODE_CUT);
             if (!stopNow(root) && score > a) {
                 if (timing) timeControl.newBestMoveSearch();
-                if (root.lines) {
+                if (SearchLines* lines = root.lines.load(std::memory_order_relaxed)) {
                     char prefix[32];
                     std::snprintf(prefix, sizeof prefix, "++%i/%i ", k + 1, root.rootMoveCount);
-                    root.lines->rootMoveLine(root, score, prefix, m);
+                    lines->rootMoveLine(root, score, prefix, m);
                 }
                 score = -search(t, 1, depth - 1, -b, -a, NODE_PV);
                 researched = !t.stopped();
-                if (researched && score <= a && root.lines) root.lines->rootMoveLine(root, score, "--", m);
+                SearchLines* lines = root.lines.load(std::memory_order_relaxed);
+                if (researched && score <= a && lines) lines->rootMoveLine(root, score, "--", m);
                 if (timing) timeControl.newBestMoveDone();
             }
         }
@@ -390,15 +392,16 @@ void iterate(RootSearch& root) {
         const uint64_t iterationNodes = nodesOf(root) - startNodes;
         held = root.rootMoves[0].move == lastBest ? held + 1 : 0;
         lastBest = root.rootMoves[0].move;
+        SearchLines* lines = root.lines.load(std::memory_order_relaxed);
         if (const char* reason = stopReason(root, depth, score, held)) {
-            if (root.lines) root.lines->iterationLine(root, score, reason);
+            if (lines) lines->iterationLine(root, score, reason);
             break;
         }
-        if (root.lines) {
+        if (lines) {
             char text[32];
             std::snprintf(text, sizeof text, "ok/%2.1f\n",
                           static_cast<double>(iterationNodes) / static_cast<double>(previousNodes));
-            root.lines->iterationLine(root, score, text);
+            lines->iterationLine(root, score, text);
         }
         previousNodes = iterationNodes ? iterationNodes : 1;
         // 6. Depth limits.

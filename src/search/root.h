@@ -76,7 +76,9 @@ struct RootSearch {
     int pvLines;
     Move linePv[kMaxPvLines][kMaxPly];
     std::atomic<uint8_t> rootStop;
-    SearchLines* lines;  // the console's lines (the master's only), or none
+    // The console's lines (the master's only), or none. The input thread switches them off
+    // when a GUI says "uci", maybe while a search runs: each use loads the pointer once.
+    std::atomic<SearchLines*> lines;
     Position start;      // the position searched, as it was handed over
     // Set for an iteration whose side to move is winning, short of a proven mate: captures,
     // promotions and pawn moves then count kProgressBias more when root moves are compared.

@@ -208,6 +208,20 @@ TEST(UciLive, StopAfterTheAnswerSendsNothing) {
     EXPECT_EQ(engine.line([](const std::string& l) { return !isInfo(l); }, kWaitMs), "readyok");
 }
 
+// A GUI may say "uci" while a search started at the console runs: the console's lines stop
+// at once, the search goes on and is ended as usual. (Under ThreadSanitizer, a search that
+// read the console's lines without care for that switch is reported here.)
+TEST(UciLive, UciDuringAConsoleSearch) {
+    EngineSession engine;
+    engine.send("go infinite");
+    ASSERT_TRUE(engine.line("info depth 3 ", kWaitMs));
+    engine.send("uci");
+    ASSERT_TRUE(engine.line("uciok", kWaitMs));
+    ASSERT_TRUE(engine.line("info depth 6 ", kWaitMs));
+    engine.send("quit");
+    EXPECT_EQ(engine.waitExit(kWaitMs), 0);
+}
+
 // "go infinite" on a forced mate runs out of depth at once, and still says nothing until "stop";
 // the answer then carries the forced reply (Kxh7 is the only legal move) as its ponder move.
 TEST(UciLive, InfiniteSearchOutOfDepthWaitsForStop) {
