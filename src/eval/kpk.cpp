@@ -140,7 +140,7 @@ void buildTable() { Builder().build(); }
 void buildKpkTable() { std::call_once(built, buildTable); }
 
 bool kpkWins(const Position& pos) {
-    std::call_once(built, buildTable);
+    buildKpkTable();
     const int strong = pos.side[WHITE].pieces[PAWN] ? WHITE : BLACK;
     // Seen from the pawn's side, its pawn on files a to d.
     const int flip = strong == WHITE ? 0 : 56;

@@ -204,7 +204,7 @@ void buildTables() {
 void buildLoneKingTables() { std::call_once(built, buildTables); }
 
 int loneKingOutcome(const Position& pos, int& plies) {
-    std::call_once(built, buildTables);
+    buildLoneKingTables();
     const int strong = pos.side[WHITE].material ? WHITE : BLACK;
     const SideBlock& s = pos.side[strong];
     const bool rook = s.pieces[ROOK] != 0;
@@ -239,7 +239,7 @@ Move loneKingMove(Position& pos) {
 }
 
 int loneKingLongestMate(int pieceType) {
-    std::call_once(built, buildTables);
+    buildLoneKingTables();
     return (tables[pieceType == ROOK ? 0 : 1].longest + 1) / 2;
 }
 
