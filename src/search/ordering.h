@@ -31,7 +31,8 @@ inline int moverSafety(Bitboard attacked, Move m, int mover) {
 constexpr int kUnscoredQuiet = 1 << 24;
 void scoreMoves(const SearchThread& thread, int ply, const Move* moves, int count, Move threatMove,
                 Move hashMove, int* scores, uint8_t* early);
-// Gives the unscored quiet moves among moves[from..count) their history scores.
+// Gives the unscored quiet moves among moves[from..count) their history scores; a safe check
+// comes first among like histories.
 void scoreQuiets(const SearchThread& thread, int ply, const Move* moves, int* scores, int from,
                  int count);
 
