@@ -120,6 +120,10 @@ inline Bitboard rookAttacks(int s, Bitboard occ) {
 }
 
 inline Bitboard queenAttacks(int s, Bitboard occ) { return bishopAttacks(s, occ) | rookAttacks(s, occ); }
+// The empty-board lines through `s` of a slider of `type` (BISHOP, ROOK or QUEEN).
+inline Bitboard sliderLines(int type, int s) {
+    return type == BISHOP ? bishopLines[s] : type == ROOK ? rookLines[s] : queenLines[s];
+}
 
 // Squares attacked by all pawns of a colour.
 template <int Colour>

@@ -45,9 +45,9 @@ bool safeCheck(const Position& pos, Bitboard attacked, Move m, int type, int kin
     switch (type) {
         case PAWN: return (pawnAttacks[pos.sideToMove][to] & kingBit) != 0;
         case KNIGHT: return (knightAttacks[to] & kingBit) != 0;
-        case BISHOP: return (bishopLines[to] & kingBit) && !(between[to][king] & pos.occupied);
-        case ROOK: return (rookLines[to] & kingBit) && !(between[to][king] & pos.occupied);
-        case QUEEN: return (queenLines[to] & kingBit) && !(between[to][king] & pos.occupied);
+        case BISHOP:
+        case ROOK:
+        case QUEEN: return (sliderLines(type, to) & kingBit) && !(between[to][king] & pos.occupied);
         default: return false;
     }
 }

@@ -137,7 +137,7 @@ bool isTactical(const Position& pos, const TacticalContext& c, Move m) {
                 const Bitboard ring = c.kingRing & rookLines[to] & ~line[from][to];
                 if (ring && (rookAttacks(to, occ) & ring)) return true;
             }
-            const Bitboard lines = type == BISHOP ? bishopLines[to] : type == ROOK ? rookLines[to] : queenLines[to];
+            const Bitboard lines = sliderLines(type, to);
             // A slider lined up with the king behind at most one piece: a pin or a check next.
             if ((lines & squareBit[king]) && !moreThanOne(between[to][king] & occ)) return true;
             if (type == QUEEN) return false;
