@@ -257,8 +257,8 @@ TEST(SearchOrdering, SafeQuietChecksComeFirst) {
     Move moves[kMaxMoves];
     Move* end = generateAll(t.pos, moves);
     orderMoves(t, 1, moves, end, 0);
-    std::vector<std::string> first;
-    for (int i = 0; i < 4; ++i) first.push_back(moveText(t.pos, moves[i]));
+    std::vector<std::string> first(4);
+    for (int i = 0; i < 4; ++i) first[i] = moveText(t.pos, moves[i]);
     std::sort(first.begin(), first.end());
     EXPECT_EQ(first, (std::vector<std::string>{"Ne4d6", "Ne4f6", "Qd1a4", "Qd1h5"}));
     const auto rank = [&](const char* text) {
