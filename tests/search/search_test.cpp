@@ -180,14 +180,23 @@ TEST(SearchRoot, WonGameNotQueenedIntoAPerpetual) {
     EXPECT_GT(recorder.reports.back().second, 500);
 }
 
-// White queens next move, but a8b7 walks the king into a perpetual check (Qb4+, Qa4+, Qd4+,
-// a game drawn this way); Qb1+ first keeps the win. The perpetual is found by depth 12 once
-// the black queen's safe checks are tried first.
-TEST(SearchRoot, KingNotWalkedIntoAPerpetual) {
-    Position pos = positionFrom("KQ6/P5pk/7p/2p5/3q3P/8/8/8 w - - 0 60");
-    Recorder recorder;
-    searchRootTo(pos, 12, &recorder);
-    EXPECT_FALSE(sameMove(recorder.best, parseMove(pos, "a8b7"))) << moveText(pos, recorder.best);
+// Won queen endings that games drew by perpetual check, and the move that let it happen:
+// - a8b7 walks the king into Qb4+, Qa4+, Qd4+ (Qb1+ first keeps the win); found by depth 12
+//   once the black queen's safe checks are tried first;
+// - c6c7 leaves the king on f1 to the checks from d1 and c2 around the f2 pawn (Kxf2 keeps
+//   the win).
+TEST(SearchRoot, KingNotLeftToAPerpetual) {
+    const struct { const char* fen; const char* drawn; } cases[] = {
+        {"KQ6/P5pk/7p/2p5/3q3P/8/8/8 w - - 0 60", "a8b7"},
+        {"1b6/7p/P1P2k2/7q/3P1p2/2B5/5pQ1/5K2 w - - 3 126", "c6c7"},
+    };
+    for (const auto& c : cases) {
+        Position pos = positionFrom(c.fen);
+        Recorder recorder;
+        searchRootTo(pos, 12, &recorder);
+        EXPECT_FALSE(sameMove(recorder.best, parseMove(pos, c.drawn)))
+            << c.fen << ": " << moveText(pos, recorder.best);
+    }
 }
 
 TEST(SearchPruning, NoNullMoveWithOnlyKnightsAndPawns) {
