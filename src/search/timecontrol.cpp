@@ -28,6 +28,9 @@ constexpr int kOutOfBookSpan = 2;
 // With pondering the opponent's thinking time is partly ours (a ponderhit saves the move's
 // time), so every budget may run 30% longer for the same clock use.
 constexpr float kPonderBonus = 1.3f;
+// Sudden death: no phase may spend more than this share of the clock, plus the increment. A
+// low clock is otherwise spent whole on one fail-low, and every later move is played blind.
+constexpr int64_t kSuddenDeathPhaseShare = 4;
 // Node budgets outside this range are worth reporting: the caller probably gave odd limits.
 constexpr int64_t kFewNodes = 11;
 constexpr int64_t kManyNodes = 100000;
@@ -127,10 +130,14 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
     }
     if (canPonder) base = static_cast<int64_t>(static_cast<float>(base) * kPonderBonus);
 
-    // The extra of phases 3 and 4 is taken from later moves. No phase may spend more than the clock holds, however far the score falls.
+    // The extra of phases 3 and 4 is taken from later moves. No phase may spend more than the
+    // clock holds, however far the score falls; under sudden death, not even a large share of it.
+    const int64_t most = movesToGo > 0
+        ? available
+        : std::min(available, available / kSuddenDeathPhaseShare + incrementMs);
     for (int i = 0; i < kPhases; ++i) {
         factor[i] = kPhaseFactors[i];
-        timeLimitMs[i] = static_cast<uint32_t>(phaseShare(factor[i], base, 0, available));
+        timeLimitMs[i] = static_cast<uint32_t>(phaseShare(factor[i], base, 0, most));
     }
 }
 
