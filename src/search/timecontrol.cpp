@@ -132,9 +132,10 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
 
     // The extra of phases 3 and 4 is taken from later moves. No phase may spend more than the
     // clock holds, however far the score falls; under sudden death, not even a large share of it.
+    // A negative increment (a GUI's error) must not take the ceiling below zero.
     const int64_t most = movesToGo > 0
         ? available
-        : std::min(available, available / kSuddenDeathPhaseShare + incrementMs);
+        : std::min(available, available / kSuddenDeathPhaseShare + std::max(incrementMs, 0));
     for (int i = 0; i < kPhases; ++i) {
         factor[i] = kPhaseFactors[i];
         timeLimitMs[i] = static_cast<uint32_t>(phaseShare(factor[i], base, 0, most));

@@ -26,6 +26,8 @@ TEST(TimeControl, ClockBudgets) {
         // A low clock: a fail-low may take a quarter of it and the increment, not all of it.
         {0, 900, 100, 0, 0, false, {12, 72, 240, 325, 325}, ""},
         {40, 900, 100, 0, 0, false, {12, 72, 240, 360, 900}, ""},
+        // A negative increment: nothing to spend, not a ceiling below zero (read as huge).
+        {0, 1000, -5000, 0, 0, false, {0, 0, 0, 0, 0}, ""},
         {0, 60000, 0, 16000, 0, false, {100, 600, 2000, 3000, 8000}, ""},
         {0, 60000, 0, 0, 0, true, {177, 1062, 3542, 5313, 14168}, ""},
         {0, 60000, 0, 0, 1, false, {272, 1635, 5452, 8178, 15000},
