@@ -431,7 +431,9 @@ TEST(Abuse, ProtocolStormsAndGarbage) {
                               "setoption name Hash value 99999999\nisready\n" +
                               garbage + "\n" + std::string(1 << 20, 'x') + "\n" +
                               std::string("go\0depth\0 2\n", 12) +
-                              "position startpos moves e2e4\r\ngo depth 2\r\nisready\nquit\n";
+                              "position startpos moves e2e4\r\ngo depth 2\r\nisready\nstop\nquit\n";
+    // "quit" leaves a running search unanswered, so the last "go" is stopped first: a depth-2
+    // search that a busy machine has not finished by then must still be answered once.
     const EngineRun run = runEngine(input);
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(countOf(run.out, "readyok\n"), 3);
