@@ -425,6 +425,8 @@ TEST(UciLimited, MoveTimeAndInfoThrottle) {
 TEST(Abuse, ProtocolStormsAndGarbage) {
     std::string garbage = "position startpos moves";
     for (int i = 0; i < 10000; ++i) garbage += " z" + std::to_string(i);
+    // "quit" leaves a running search unanswered, so the last "go" is stopped first: a depth-2
+    // search that a busy machine has not finished by then must still be answered once.
     const std::string input = "uci\nposition startpos\ngo depth 3\ngo depth 3\nisready\n"
                               "stop\nstop\nponderhit\nponderhit\nstop\n"
                               "setoption name Hash value 0\nsetoption name Hash value -5\n"
@@ -432,8 +434,6 @@ TEST(Abuse, ProtocolStormsAndGarbage) {
                               garbage + "\n" + std::string(1 << 20, 'x') + "\n" +
                               std::string("go\0depth\0 2\n", 12) +
                               "position startpos moves e2e4\r\ngo depth 2\r\nisready\nstop\nquit\n";
-    // "quit" leaves a running search unanswered, so the last "go" is stopped first: a depth-2
-    // search that a busy machine has not finished by then must still be answered once.
     const EngineRun run = runEngine(input);
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(countOf(run.out, "readyok\n"), 3);
