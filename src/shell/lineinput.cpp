@@ -1,9 +1,14 @@
 #include "shell/lineinput.h"
 
+#include "shell/historyfile.h"
+
 // readline.h needs stdio declared first.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include <readline/history.h>
 #include <readline/readline.h>
@@ -11,10 +16,34 @@
 
 namespace quarn {
 
+namespace {
+
+// How long a line waits for the history file before it is handled anyway. A write takes well
+// under a millisecond; only a stalled disk makes it longer, and a search must not pay for that.
+constexpr int kHistoryWaitMs = 20;
+// How long the end of the process waits for the last lines to reach the file.
+constexpr int kHistoryExitWaitMs = 1000;
+
+std::unique_ptr<HistoryFile>& historyFile() {
+    static std::unique_ptr<HistoryFile> file;
+    return file;
+}
+
+}  // namespace
+
 void initHistory() {
     using_history();
     stifle_history(kHistoryLines);
     read_history(kHistoryFileName);
+    // The writing thread keeps its own copy of the lines: readline's list belongs to this one.
+    std::vector<std::string> loaded;
+    if (HIST_ENTRY** list = history_list())
+        for (int i = 0; list[i]; ++i) loaded.emplace_back(list[i]->line);
+    historyFile() = std::make_unique<HistoryFile>(kHistoryFileName, kHistoryLines, loaded);
+}
+
+void flushHistory() {
+    if (historyFile()) historyFile()->flush(kHistoryExitWaitMs);
 }
 
 void stripLineEnd(char* line) {
@@ -39,7 +68,7 @@ char* readInputLine(const char* prompt) {
     stripLineEnd(line);
     if (line[0]) {
         add_history(line);
-        write_history(kHistoryFileName);
+        if (historyFile()) historyFile()->add(line, kHistoryWaitMs);
     }
     return line;
 }

@@ -152,6 +152,7 @@ int main(int argc, char** argv) {
             // End of input ends the process like "quit": a search still running must not
             // outlive the objects it reports to.
             std::fflush(nullptr);
+            flushHistory();
             _exit(0);
         }
         const LineOutcome outcome = handleLine(line);

@@ -13,6 +13,7 @@
 #include "search/timecontrol.h"
 #include "search/tt.h"
 #include "shell/clock.h"
+#include "shell/lineinput.h"
 #include "shell/log.h"
 #include "shell/version.h"
 
@@ -144,6 +145,7 @@ void Uci::onNewGame() {
     if (FILE* log = logStream()) std::fflush(log);
     // A running search is not stopped: leaving the process ends it, without a "bestmove".
     std::fflush(nullptr);
+    flushHistory();
     _exit(0);
 }
 
