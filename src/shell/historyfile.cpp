@@ -1,6 +1,5 @@
 #include "shell/historyfile.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
@@ -53,29 +52,30 @@ void HistoryFile::run() {
         if (wanted_ == writtenGeneration_) return;  // stopping, and nothing left to write
         // Lines added while this write is on its way are taken together by the next one.
         const uint64_t generation = wanted_;
-        const std::deque<std::shared_ptr<const std::string>> lines = lines_;
+        const Lines lines = lines_;
         lock.unlock();
-        std::string text;
-        for (const auto& line : lines) text.append(*line).push_back('\n');
-        writer_(path_, text);  // a failed write is not retried: the next line writes it all
+        writer_(path_, lines);  // a failed write is not retried: the next line writes it all
         lock.lock();
         writtenGeneration_ = generation;
         written_.notify_all();
     }
 }
 
-bool HistoryFile::writeFileAtomically(const std::string& path, const std::string& text) {
+bool HistoryFile::writeFileAtomically(const std::string& path, const Lines& lines) {
     const std::string temporary = path + "-" + std::to_string(getpid()) + ".tmp";
     const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) return false;
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<size_t>(n);
+    FILE* out = fdopen(fd, "w");
+    if (!out) {
+        close(fd);
+        unlink(temporary.c_str());
+        return false;
     }
-    const bool complete = close(fd) == 0 && done == text.size();
+    bool complete = true;
+    for (const auto& line : lines)
+        complete = complete && std::fwrite(line->data(), 1, line->size(), out) == line->size() &&
+                   std::fputc('\n', out) != EOF;
+    complete = std::fclose(out) == 0 && complete;
     if (complete && std::rename(temporary.c_str(), path.c_str()) == 0) return true;
     unlink(temporary.c_str());
     return false;

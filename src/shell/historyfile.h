@@ -17,8 +17,10 @@ namespace quarn {
 
 class HistoryFile {
 public:
-    // Puts `text` into the file at `path`; false when it could not.
-    using Writer = std::function<bool(const std::string& path, const std::string& text)>;
+    // Shared lines: the writer copies the list, not the text, while it holds the lock.
+    using Lines = std::deque<std::shared_ptr<const std::string>>;
+    // Puts `lines` into the file at `path`, each ended by a line feed; false when it could not.
+    using Writer = std::function<bool(const std::string& path, const Lines& lines)>;
 
     // Starts the writing thread. `lines` are the history so far (already in the file); at
     // most `maxLines` are kept, the newest.
@@ -36,8 +38,9 @@ public:
     bool flush(int waitMs);
 
     // The default writer: a temporary file beside `path`, renamed over it, so that a reader
-    // (or a crash) never sees half a history.
-    static bool writeFileAtomically(const std::string& path, const std::string& text);
+    // (or a crash) never sees half a history. Line by line: a history of long lines is never
+    // gathered into one buffer.
+    static bool writeFileAtomically(const std::string& path, const Lines& lines);
 
 private:
     void run();
@@ -49,8 +52,7 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_;     // a new line, or the end
     std::condition_variable written_;  // a write has finished
-    // Shared lines: the writer copies the list, not the text, while it holds the lock.
-    std::deque<std::shared_ptr<const std::string>> lines_;
+    Lines lines_;
     uint64_t wanted_ = 0;   // generation of the newest line added
     uint64_t writtenGeneration_ = 0;
     bool stopping_ = false;

@@ -19,9 +19,11 @@ struct StalledDisk {
     std::vector<std::string> writes;
 
     HistoryFile::Writer writer() {
-        return [this](const std::string&, const std::string& text) {
+        return [this](const std::string&, const HistoryFile::Lines& lines) {
             std::unique_lock<std::mutex> lock(mutex);
             released.wait(lock, [&] { return open; });
+            std::string text;
+            for (const auto& line : lines) text += *line + "\n";
             writes.push_back(text);
             return true;
         };
@@ -77,7 +79,8 @@ TEST(HistoryFile, TheFileIsReplacedWholeAndNoTemporaryStays) {
     closedir(d);
     EXPECT_EQ(names, std::vector<std::string>{".history"});
     // A directory that cannot take the file: the write fails, and nothing else does.
-    EXPECT_FALSE(HistoryFile::writeFileAtomically(dir.file("missing/.history"), "x\n"));
+    const HistoryFile::Lines lines{std::make_shared<const std::string>("x")};
+    EXPECT_FALSE(HistoryFile::writeFileAtomically(dir.file("missing/.history"), lines));
 }
 
 }  // namespace
