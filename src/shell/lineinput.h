@@ -17,7 +17,7 @@ void flushHistory();
 // caller to free; null at end of input. A terminal gets line editing and the prompt; a pipe
 // gets the prompt and no echo of what it sent. A null prompt prints nothing. Every non-empty
 // line goes into the history, and the history file is rewritten at once (a stalled disk
-// holds the line back 20 ms at most; the file follows when the disk does).
+// holds the line back a few milliseconds at most; the file follows when the disk does).
 char* readInputLine(const char* prompt);
 
 // Removes trailing line-end characters in place.
