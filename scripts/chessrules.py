@@ -236,6 +236,11 @@ def adjudicate(p, moves, keys):
     return None
 
 
+def piece_count(p):
+    """Knights, bishops, rooks and queens on the board, both sides together."""
+    return sum(1 for x in p.b if x in 'NBRQnbrq')
+
+
 def parse_move(p, moves, text):
     """The legal move written as text (coordinates, promotion letter in either case) or None."""
     for m in moves:

@@ -1,7 +1,10 @@
 """Reads the games a match wrote (PGN with a FEN tag and moves in UCI notation, each move
-followed by the engine's comment "{+0.35/12 0.5s}"), for scripts/match and scripts/search-sanity.
+followed by the engine's comment "{+0.35/12 0.5s}"), for scripts/match, search-sanity and
+conversion.
 """
 import re
+
+from chessrules import Pos, legal_moves, make, parse_move
 
 TAG = re.compile(r'^\[(\w+) "(.*)"\]\s*$')
 MOVE = re.compile(r'([a-h][1-8][a-h][1-8][qrbnQRBN]?)\s*\{([^}]*)\}')
@@ -35,6 +38,17 @@ class Game:
         """The name of the engine that played move `ply` (0-based)."""
         white_first = ' w ' in self.fen
         return self.white if (ply % 2 == 0) == white_first else self.black
+
+    def positions(self):
+        """(ply, position) before each move of the game, up to the first move that does not
+        parse."""
+        p = Pos.from_fen(self.fen)
+        for ply, text in enumerate(self.moves):
+            yield ply, p
+            m = parse_move(p, legal_moves(p), text)
+            if m is None:
+                return
+            p = make(p, m)
 
     def points(self, name):
         """What `name` scored in this game: 1, 0.5, 0, or None when it did not play or the game

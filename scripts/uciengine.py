@@ -1,10 +1,17 @@
 """A UCI engine driven from a script: searches a position and reads back its score, best move
 and line."""
+import os
 import re
 import subprocess
 
 MATE_CP = 30000
 INFO = re.compile(r'\bdepth (\d+)\b.*\bscore (cp|mate) (-?\d+)( lowerbound| upperbound)?')
+
+
+def install_reference(path):
+    """Installs Debian's stockfish, the scripts' reference engine, when `path` is missing."""
+    if not os.path.exists(path):
+        subprocess.run(['apt-get', 'install', '-y', '-qq', 'stockfish'], check=True)
 
 
 class Engine:
