@@ -11,21 +11,42 @@ namespace quarn {
 
 namespace {
 
+// The strong side's men besides its king, in the order a placement lists them.
+struct Men {
+    int count;
+    int types[2];
+};
+
+constexpr int kTables = 3;
+constexpr Men kMenOf[kTables] = {{1, {ROOK, 0}}, {1, {QUEEN, 0}}, {2, {BISHOP, KNIGHT}}};
+constexpr int kRookTable = 0, kQueenTable = 1, kBishopKnightTable = 2;
+
 // Without pawns the board has eight symmetries, so the strong king is kept in the triangle
 // a1-d1-d4 (ten squares) by mirroring files, then ranks, then flipping about the a1-h8
-// diagonal. With the king on that diagonal both flips of the other two men are kept, as two
-// entries that the builder settles together. A placement's index is (king slot * 64 + piece)
-// * 64 + lone king; each table holds, per side to move, the plies to mate with best play, or
-// kOpen for a draw, an illegal placement, or (while building) a verdict not reached yet.
+// diagonal. With the king on that diagonal both flips of the other men are kept, as two
+// entries that the builder settles together. A placement's index is the king slot followed by
+// the square of each strong man and then of the lone king, six bits each; each table holds,
+// per side to move, the plies to mate with best play, or kOpen for a draw, an illegal
+// placement, or (while building) a verdict not reached yet.
 constexpr int kSlots = 10;
-constexpr int kPlacements = kSlots * 64 * 64;
 constexpr uint8_t kOpen = 0xFF;
 constexpr int kMirrorFiles = 1, kMirrorRanks = 2, kFlipDiagonal = 4;
 
-constexpr int entryOf(int slot, int piece, int lone) { return (slot * 64 + piece) * 64 + lone; }
-constexpr int slotPart(int entry) { return entry >> 12; }
-constexpr int piecePart(int entry) { return (entry >> 6) & 63; }
-constexpr int lonePart(int entry) { return entry & 63; }
+struct Placement {
+    int king;
+    int men[2];
+    int lone;
+};
+
+constexpr int entries(int count) { return kSlots << (6 * (count + 1)); }
+
+int entryOf(int slot, const Placement& p, int count) {
+    int entry = slot;
+    for (int i = 0; i < count; ++i) entry = entry * 64 + p.men[i];
+    return entry * 64 + p.lone;
+}
+
+int slotPart(int entry, int count) { return entry >> (6 * (count + 1)); }
 
 struct Symmetry {
     int slotOf[64];         // -1 outside the triangle
@@ -59,30 +80,57 @@ struct Symmetry {
 
     bool onDiagonal(int slot) const { return fileOf(squareOf[slot]) == rankOf(squareOf[slot]); }
 
-    int indexOf(int king, int piece, int lone) const {
-        const int t = toTriangle[king];
-        return entryOf(slotOf[image[t][king]], image[t][piece], image[t][lone]);
+    // The placement an entry stands for, its king back on the board.
+    Placement placementOf(int entry, int count) const {
+        Placement p{};
+        p.lone = entry & 63;
+        for (int i = count - 1; i >= 0; --i) {
+            entry >>= 6;
+            p.men[i] = entry & 63;
+        }
+        p.king = squareOf[entry >> 6];
+        return p;
+    }
+
+    Placement transformed(const Placement& p, int t, int count) const {
+        Placement q{image[t][p.king], {0, 0}, image[t][p.lone]};
+        for (int i = 0; i < count; ++i) q.men[i] = image[t][p.men[i]];
+        return q;
+    }
+
+    int indexOf(const Placement& p, int count) const {
+        const Placement q = transformed(p, toTriangle[p.king], count);
+        return entryOf(slotOf[q.king], q, count);
     }
 
     // The entry that, with the king on the diagonal, stands for the same position flipped.
-    int flipped(int index) const {
-        return entryOf(slotPart(index), image[kFlipDiagonal][piecePart(index)], image[kFlipDiagonal][lonePart(index)]);
+    int flipped(int entry, int count) const {
+        return entryOf(slotPart(entry, count), transformed(placementOf(entry, count), kFlipDiagonal, count), count);
     }
 };
 
 const Symmetry symmetry;
 
 struct Table {
-    uint8_t strongToMove[kPlacements];
-    uint8_t loneToMove[kPlacements];
-    int longest = 0;  // plies of the longest mate with the strong side to move
+    uint8_t* strongToMove;
+    uint8_t* loneToMove;
+    int longest;  // plies of the longest mate with the strong side to move
 };
 
-Table tables[2];  // [0] rook, [1] queen
-std::once_flag built;
+// Plain static storage, never freed: a process may end while the start-up thread still builds.
+uint8_t rookStorage[2][entries(1)], queenStorage[2][entries(1)], bishopKnightStorage[2][entries(2)];
+Table tables[kTables] = {{rookStorage[0], rookStorage[1], 0},
+                         {queenStorage[0], queenStorage[1], 0},
+                         {bishopKnightStorage[0], bishopKnightStorage[1], 0}};
+std::once_flag built[kTables];
 
-Bitboard pieceAttacks(int type, int square, Bitboard occupied) {
-    return type == ROOK ? rookAttacks(square, occupied) : queenAttacks(square, occupied);
+Bitboard manAttacks(int type, int square, Bitboard occupied) {
+    switch (type) {
+    case KNIGHT: return knightAttacks[square];
+    case BISHOP: return bishopAttacks(square, occupied);
+    case ROOK: return rookAttacks(square, occupied);
+    default: return queenAttacks(square, occupied);
+    }
 }
 
 // Works back from the mates one ply at a time: a strong-side position that can reach a mate
@@ -90,24 +138,22 @@ Bitboard pieceAttacks(int type, int square, Bitboard occupied) {
 // one ply more than its longest defence.
 class Builder {
 public:
-    Builder(int type, Table& table) : type_(type), t_(table) {}
+    Builder(const Men& men, Table& table) : men_(men), t_(table), open_(entries(men.count), 0) {}
 
     void build() {
-        std::fill(std::begin(t_.strongToMove), std::end(t_.strongToMove), kOpen);
-        std::fill(std::begin(t_.loneToMove), std::end(t_.loneToMove), kOpen);
+        const int size = entries(men_.count);
+        std::fill(t_.strongToMove, t_.strongToMove + size, kOpen);
+        std::fill(t_.loneToMove, t_.loneToMove + size, kOpen);
         std::vector<int> mated;
-        for (int slot = 0; slot < kSlots; ++slot)
-            for (int piece = 0; piece < 64; ++piece)
-                for (int lone = 0; lone < 64; ++lone) {
-                    const int king = symmetry.squareOf[slot];
-                    if (!placed(king, piece, lone)) continue;
-                    const int i = entryOf(slot, piece, lone);
-                    open_[i] = static_cast<uint8_t>(loneSteps(king, piece, lone));
-                    if (open_[i] == 0 && checked(king, piece, lone)) {
-                        t_.loneToMove[i] = 0;
-                        mated.push_back(i);
-                    }
-                }
+        for (int i = 0; i < size; ++i) {
+            const Placement p = symmetry.placementOf(i, men_.count);
+            if (!placed(p)) continue;
+            open_[i] = static_cast<uint8_t>(loneSteps(p));
+            if (open_[i] == 0 && checked(p)) {
+                t_.loneToMove[i] = 0;
+                mated.push_back(i);
+            }
+        }
         for (int plies = 0; !mated.empty(); plies += 2) {
             const std::vector<int> winning = strongPredecessors(mated, plies + 1);
             if (winning.empty()) break;
@@ -118,29 +164,40 @@ public:
 
 private:
     static constexpr int kCanTake = 9;  // more steps than a king has: never counted down to 0
-    int type_;
+    const Men& men_;
     Table& t_;
     // Per lone-king entry, its legal steps not yet known to lead into a mate.
-    std::vector<uint8_t> open_ = std::vector<uint8_t>(kPlacements, 0);
+    std::vector<uint8_t> open_;
 
-    static bool placed(int king, int piece, int lone) {
-        return king != piece && piece != lone && squareDistance(king, lone) > 1;
+    Bitboard strongMen(const Placement& p) const {
+        Bitboard b = squareBit[p.king];
+        for (int i = 0; i < men_.count; ++i) b |= squareBit[p.men[i]];
+        return b;
     }
 
-    // The lone king attacked by the piece; only the strong king can block the line.
-    bool checked(int king, int piece, int lone) const {
-        return (pieceAttacks(type_, piece, squareBit[king]) & squareBit[lone]) != 0;
+    // Every man on a square of its own, the kings apart.
+    bool placed(const Placement& p) const {
+        const Bitboard men = strongMen(p);
+        return !(men & squareBit[p.lone]) && popCountSparse(men) == men_.count + 1 && squareDistance(p.king, p.lone) > 1;
     }
 
-    // The lone king's legal steps (the piece's lines seen through the king's own square), or
-    // kCanTake when one of them takes the piece, a draw.
-    int loneSteps(int king, int piece, int lone) const {
-        const Bitboard lines = pieceAttacks(type_, piece, squareBit[king]);
+    // Where the strong side attacks, its lines seen through the lone king's square.
+    Bitboard guarded(const Placement& p) const {
+        const Bitboard occupied = strongMen(p);
+        Bitboard b = kingAttacks[p.king];
+        for (int i = 0; i < men_.count; ++i) b |= manAttacks(men_.types[i], p.men[i], occupied);
+        return b;
+    }
+
+    bool checked(const Placement& p) const { return (guarded(p) & squareBit[p.lone]) != 0; }
+
+    // The lone king's legal steps, or kCanTake when one of them takes a man, a draw.
+    int loneSteps(const Placement& p) const {
+        const Bitboard men = strongMen(p);
         int steps = 0;
-        for (Bitboard b = kingAttacks[lone] & ~kingAttacks[king]; b;) {
-            const int to = popLsb(b);
-            if (to == piece) return kCanTake;
-            if (!(lines & squareBit[to])) ++steps;
+        for (Bitboard b = kingAttacks[p.lone] & ~guarded(p); b;) {
+            if (men & squareBit[popLsb(b)]) return kCanTake;
+            ++steps;
         }
         return steps;
     }
@@ -149,26 +206,36 @@ private:
     std::vector<int> strongPredecessors(const std::vector<int>& lost, int plies) {
         std::vector<int> found;
         auto settle = [&](int i) {
-            if (t_.strongToMove[i] != kOpen) return;
             t_.strongToMove[i] = static_cast<uint8_t>(plies);
             found.push_back(i);
         };
-        auto mark = [&](int king, int piece, int lone) {
-            if (checked(king, piece, lone)) return;
-            const int i = symmetry.indexOf(king, piece, lone);
+        // Most predecessors are settled already: the table is read before the legality test.
+        auto mark = [&](int i, const Placement& q) {
+            if (t_.strongToMove[i] != kOpen || checked(q)) return;
             settle(i);
-            if (symmetry.onDiagonal(slotPart(i))) settle(symmetry.flipped(i));
+            if (!symmetry.onDiagonal(slotPart(i, men_.count))) return;
+            const int flip = symmetry.flipped(i, men_.count);
+            if (flip != i) settle(flip);
         };
         for (const int i : lost) {
-            const int king = symmetry.squareOf[slotPart(i)], piece = piecePart(i), lone = lonePart(i);
-            for (Bitboard b = kingAttacks[king]; b;) {
-                const int from = popLsb(b);
-                if (placed(from, piece, lone)) mark(from, piece, lone);
+            const Placement p = symmetry.placementOf(i, men_.count);
+            const Bitboard occupied = strongMen(p) | squareBit[p.lone];
+            Placement q = p;
+            for (Bitboard b = kingAttacks[p.king] & ~occupied & ~kingAttacks[p.lone]; b;) {
+                q.king = popLsb(b);
+                mark(symmetry.indexOf(q, men_.count), q);
             }
-            // A slider comes back along the lines it now attacks.
-            for (Bitboard b = pieceAttacks(type_, piece, squareBit[king] | squareBit[lone]); b;) {
-                const int from = popLsb(b);
-                if (placed(king, from, lone)) mark(king, from, lone);
+            q.king = p.king;
+            // Every man moves back the way it moves: a slider along the lines it now attacks.
+            // The king stays in the triangle, so only the man's field of the entry changes.
+            for (int m = 0; m < men_.count; ++m) {
+                const int shift = 6 * (men_.count - m);
+                const int rest = i & ~(63 << shift);
+                for (Bitboard b = manAttacks(men_.types[m], p.men[m], occupied) & ~occupied; b;) {
+                    q.men[m] = popLsb(b);
+                    mark(rest | q.men[m] << shift, q);
+                }
+                q.men[m] = p.men[m];
             }
         }
         return found;
@@ -176,15 +243,13 @@ private:
 
     // Lone-king positions with a step into one of `winning` and, with it, no step left that
     // escapes the mate: mated in `plies`. A step counts down once, when its target is settled;
-    // the king stays put, so the entries need no symmetry.
+    // the strong men stay put, so the entries need no symmetry.
     std::vector<int> lonePredecessors(const std::vector<int>& winning, int plies) {
         std::vector<int> found;
         for (const int i : winning) {
-            const int slot = slotPart(i), king = symmetry.squareOf[slot], piece = piecePart(i), lone = lonePart(i);
-            for (Bitboard b = kingAttacks[lone]; b;) {
-                const int from = popLsb(b);
-                if (!placed(king, piece, from)) continue;
-                const int j = entryOf(slot, piece, from);
+            const Placement p = symmetry.placementOf(i, men_.count);
+            for (Bitboard b = kingAttacks[p.lone] & ~strongMen(p) & ~kingAttacks[p.king]; b;) {
+                const int j = (i & ~63) | popLsb(b);
                 if (--open_[j] != 0) continue;
                 t_.loneToMove[j] = static_cast<uint8_t>(plies);
                 found.push_back(j);
@@ -194,25 +259,39 @@ private:
     }
 };
 
-void buildTables() {
-    Builder(ROOK, tables[0]).build();
-    Builder(QUEEN, tables[1]).build();
+void buildTable(int table) {
+    std::call_once(built[table], [table] { Builder(kMenOf[table], tables[table]).build(); });
+}
+
+// The table of a position loneKingEnding accepts, and its placement.
+int tableOf(const Position& pos, int strong, Placement& p) {
+    const SideBlock& s = pos.side[strong];
+    p.king = static_cast<int>(s.kingSquare);
+    p.lone = static_cast<int>(pos.side[strong ^ 1].kingSquare);
+    if (s.pieces[KNIGHT]) {
+        p.men[0] = lsbIndex(s.pieces[BISHOP]);
+        p.men[1] = lsbIndex(s.pieces[KNIGHT]);
+        return kBishopKnightTable;
+    }
+    const bool rook = s.pieces[ROOK] != 0;
+    p.men[0] = lsbIndex(s.pieces[rook ? ROOK : QUEEN]);
+    return rook ? kRookTable : kQueenTable;
 }
 
 }  // namespace
 
-void buildLoneKingTables() { std::call_once(built, buildTables); }
+void buildLoneKingTables() {
+    for (int table = 0; table < kTables; ++table) buildTable(table);
+}
 
 int loneKingOutcome(const Position& pos, int& plies) {
-    buildLoneKingTables();
     const int strong = pos.side[WHITE].material ? WHITE : BLACK;
-    const SideBlock& s = pos.side[strong];
-    const bool rook = s.pieces[ROOK] != 0;
-    const Table& table = tables[rook ? 0 : 1];
-    const int i = symmetry.indexOf(static_cast<int>(s.kingSquare), lsbIndex(s.pieces[rook ? ROOK : QUEEN]),
-                                   static_cast<int>(pos.side[strong ^ 1].kingSquare));
+    Placement p{};
+    const int table = tableOf(pos, strong, p);
+    buildTable(table);
+    const int i = symmetry.indexOf(p, kMenOf[table].count);
     const bool strongToMove = static_cast<int>(pos.sideToMove) == strong;
-    const uint8_t entry = strongToMove ? table.strongToMove[i] : table.loneToMove[i];
+    const uint8_t entry = strongToMove ? tables[table].strongToMove[i] : tables[table].loneToMove[i];
     if (entry == kOpen) return 0;
     plies = entry;
     return strongToMove ? 1 : -1;
@@ -239,8 +318,9 @@ Move loneKingMove(Position& pos) {
 }
 
 int loneKingLongestMate(int pieceType) {
-    buildLoneKingTables();
-    return (tables[pieceType == ROOK ? 0 : 1].longest + 1) / 2;
+    const int table = pieceType == ROOK ? kRookTable : pieceType == QUEEN ? kQueenTable : kBishopKnightTable;
+    buildTable(table);
+    return (tables[table].longest + 1) / 2;
 }
 
 }  // namespace quarn

@@ -124,9 +124,9 @@ inline bool drawnByRules(SearchThread& t, int ply, int beta) {
     return false;
 }
 
-// King and rook or king and queen against a lone king at the root: the mate tables give every
-// node below it the exact score, provided the mate lands before the fifty-move count runs out;
-// otherwise, and for the draws (the piece lost, a stalemate), the search plays the position out
+// King and rook, queen, or bishop and knight against a lone king at the root: the mate tables
+// give every node below it the exact score, provided the mate lands before the fifty-move count
+// runs out; otherwise, and for the draws (a man lost, a stalemate), the search plays it out
 // as any other. An ending reached by a capture or a promotion below the root keeps its static
 // score: mate scores deep in a bigger ending switch the pruning off there and swell the tree
 // (thirty-fold on a rook-and-pawn ending) for an ending the static score already wins.

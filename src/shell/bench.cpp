@@ -6,6 +6,8 @@
 #include "board/bitboard.h"
 #include "board/fen.h"
 #include "board/position.h"
+#include "eval/kpk.h"
+#include "eval/loneking.h"
 #include "search/pool.h"
 #include "search/timecontrol.h"
 #include "search/tt.h"
@@ -92,6 +94,9 @@ int runBench(int depth, int threads) {
     initThreads();
     setThreads(threads);
     setQuiet(true);
+    // Built before the clock starts, as the engine builds them beside its start-up.
+    buildKpkTable();
+    buildLoneKingTables();
     double seconds = 0;
     const unsigned long long nodes = benchNodes(depth, &seconds);
     std::printf("Nodes searched: %llu\n", nodes);

@@ -125,7 +125,7 @@ int main(int argc, char** argv) {
     }
     initTables();
     initCastleKeys();
-    // The endgame tables take tens of milliseconds to build (far longer under a sanitizer):
+    // The endgame tables take a few hundred milliseconds to build (far longer under a sanitizer):
     // build them beside start-up, so that no search pays for them in the middle of a game.
     std::thread([] {
         buildKpkTable();
