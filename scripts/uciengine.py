@@ -15,9 +15,11 @@ def install_reference(path):
 
 
 class Engine:
-    def __init__(self, argv, options=()):
+    """`argv` started in `cwd` (a quarn build writes its history file where it runs)."""
+
+    def __init__(self, argv, options=(), cwd=None):
         self.proc = subprocess.Popen(argv, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                     stderr=subprocess.DEVNULL, text=True, bufsize=1)
+                                     stderr=subprocess.DEVNULL, text=True, bufsize=1, cwd=cwd)
         self.send('uci')
         self.wait('uciok')
         for name, value in options:
@@ -34,18 +36,28 @@ class Engine:
             lines.append(line)
             if line.startswith(prefix):
                 return lines
-        raise RuntimeError(f'{prefix} never came')
+        raise RuntimeError(f'the engine ended before "{prefix}"')
 
-    def score(self, fen, moves, depth, go=None):
-        """Score (side to move, cp; mates as +-30000 less the distance), best move, PV, of a
-        search to `depth` or of the `go` command given."""
+    def new_game(self):
         self.send('ucinewgame')
         self.send('isready')
         self.wait('readyok')
+
+    def search(self, fen, moves, go):
+        """Every line the engine prints for `go` from `fen` and `moves`, up to its bestmove."""
         self.send(f'position fen {fen}' + (' moves ' + ' '.join(moves) if moves else ''))
-        self.send(go or f'go depth {depth}')
+        self.send(go)
+        return self.wait('bestmove')
+
+    def best(self, fen, moves, go):
+        return self.search(fen, moves, go)[-1].split()[1]
+
+    def score(self, fen, moves, depth, go=None):
+        """Score (side to move, cp; mates as +-30000 less the distance), best move, PV, of a
+        search to `depth` or of the `go` command given, in a new game."""
+        self.new_game()
         score, pv = None, ''
-        lines = self.wait('bestmove')
+        lines = self.search(fen, moves, go or f'go depth {depth}')
         for line in lines:
             m = INFO.search(line)
             if not m or m.group(4):
