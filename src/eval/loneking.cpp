@@ -105,7 +105,8 @@ struct Symmetry {
 
     // The entry that, with the king on the diagonal, stands for the same position flipped.
     int flipped(int entry, int count) const {
-        return entryOf(slotPart(entry, count), transformed(placementOf(entry, count), kFlipDiagonal, count), count);
+        const Placement flip = transformed(placementOf(entry, count), kFlipDiagonal, count);
+        return entryOf(slotPart(entry, count), flip, count);
     }
 };
 
@@ -178,7 +179,8 @@ private:
     // Every man on a square of its own, the kings apart.
     bool placed(const Placement& p) const {
         const Bitboard men = strongMen(p);
-        return !(men & squareBit[p.lone]) && popCountSparse(men) == men_.count + 1 && squareDistance(p.king, p.lone) > 1;
+        return !(men & squareBit[p.lone]) && popCountSparse(men) == men_.count + 1 &&
+               squareDistance(p.king, p.lone) > 1;
     }
 
     // Where the strong side attacks, its lines seen through the lone king's square.
