@@ -1,6 +1,8 @@
 // Entry point: start-up in a fixed order, then one loop reading lines until "quit" or end of
 // input.
 #include <cpuid.h>
+#include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -31,6 +33,17 @@ bool hasSse2() {
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
     if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx)) return false;
     return (edx >> 26) & 1;
+}
+
+// Start-up's background work must never take a core from a search or from the reading of
+// commands: where the system has an idle class, the calling thread joins it and runs only on
+// what the other threads leave. A search that needs a table not yet built waits for it, and
+// its core is then free for the builder.
+void yieldToEveryOtherThread() {
+#ifdef SCHED_IDLE
+    sched_param param{};
+    pthread_setschedparam(pthread_self(), SCHED_IDLE, &param);
+#endif
 }
 
 void unbufferStreams() {
@@ -125,9 +138,10 @@ int main(int argc, char** argv) {
     }
     initTables();
     initCastleKeys();
-    // The endgame tables take a few hundred milliseconds to build (far longer under a sanitizer):
+    // The endgame tables take a few hundred milliseconds to build (seconds under a sanitizer):
     // build them beside start-up, so that no search pays for them in the middle of a game.
     std::thread([] {
+        yieldToEveryOtherThread();
         buildKpkTable();
         buildLoneKingTables();
     }).detach();
