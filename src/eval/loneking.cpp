@@ -1,6 +1,7 @@
 #include "eval/loneking.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <vector>
@@ -124,6 +125,7 @@ Table tables[kTables] = {{rookStorage[0], rookStorage[1], 0},
                          {queenStorage[0], queenStorage[1], 0},
                          {bishopKnightStorage[0], bishopKnightStorage[1], 0}};
 std::once_flag built[kTables];
+std::atomic<bool> ready[kTables];  // set once a table is built, for readers that must not wait
 
 Bitboard manAttacks(int type, int square, Bitboard occupied) {
     switch (type) {
@@ -262,7 +264,14 @@ private:
 };
 
 void buildTable(int table) {
-    std::call_once(built[table], [table] { Builder(kMenOf[table], tables[table]).build(); });
+    std::call_once(built[table], [table] {
+        Builder(kMenOf[table], tables[table]).build();
+        ready[table].store(true, std::memory_order_release);
+    });
+}
+
+int tableOfPiece(int pieceType) {
+    return pieceType == ROOK ? kRookTable : pieceType == QUEEN ? kQueenTable : kBishopKnightTable;
 }
 
 // The table of a position loneKingEnding accepts, and its placement.
@@ -284,6 +293,15 @@ int tableOf(const Position& pos, int strong, Placement& p) {
 
 void buildLoneKingTables() {
     for (int table = 0; table < kTables; ++table) buildTable(table);
+}
+
+void buildLoneKingTable(int pieceType) { buildTable(tableOfPiece(pieceType)); }
+
+bool loneKingTableReady(const Position& pos) {
+    const int strong = pos.side[WHITE].material ? WHITE : BLACK;
+    const SideBlock& s = pos.side[strong];
+    const int table = s.pieces[KNIGHT] ? kBishopKnightTable : s.pieces[ROOK] ? kRookTable : kQueenTable;
+    return ready[table].load(std::memory_order_acquire);
 }
 
 int loneKingOutcome(const Position& pos, int& plies) {
@@ -320,7 +338,7 @@ Move loneKingMove(Position& pos) {
 }
 
 int loneKingLongestMate(int pieceType) {
-    const int table = pieceType == ROOK ? kRookTable : pieceType == QUEEN ? kQueenTable : kBishopKnightTable;
+    const int table = tableOfPiece(pieceType);
     buildTable(table);
     return (tables[table].longest + 1) / 2;
 }

@@ -25,8 +25,14 @@ inline bool loneKingEnding(const Position& pos) {
 // working back from every mate.
 int loneKingOutcome(const Position& pos, int& plies);
 
-// Builds the tables now if no call has yet; returns once they are ready.
+// Builds the tables now if no call has yet; returns once they are ready. The second builds the
+// table of ROOK, QUEEN or BISHOP (with a knight) alone.
 void buildLoneKingTables();
+void buildLoneKingTable(int pieceType);
+
+// Whether the table of a position loneKingEnding accepts is built, without waiting for it: a
+// search never waits for a table that start-up is still building.
+bool loneKingTableReady(const Position& pos);
 
 // The move of the tables' best line from a position loneKingEnding accepts: the quickest mate,
 // or the longest defence; 0 when no move has a verdict. Needs current attack words.

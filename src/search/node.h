@@ -130,10 +130,13 @@ inline bool drawnByRules(SearchThread& t, int ply, int beta) {
 // as any other. An ending reached by a capture or a promotion below the root keeps its static
 // score: mate scores deep in a bigger ending switch the pruning off there and swell the tree
 // (thirty-fold on a rook-and-pawn ending) for an ending the static score already wins.
-// A PV node also gets the tables' next move as its line.
+// A PV node also gets the tables' next move as its line. A table that start-up is still
+// building is not waited for: until it is ready the ending is searched as any other.
 inline bool loneKingScore(SearchThread& t, int ply, uint32_t flags, int& score) {
     Position& pos = t.pos;
-    if (!loneKingEnding(pos) || pos.state.fiftyStart > static_cast<int>(pos.ply) - ply) return false;
+    if (!loneKingEnding(pos) || pos.state.fiftyStart > static_cast<int>(pos.ply) - ply ||
+        !loneKingTableReady(pos))
+        return false;
     int plies = 0;
     const int outcome = loneKingOutcome(pos, plies);
     if (outcome == 0 || static_cast<int>(pos.ply) - pos.state.fiftyStart + plies > kFiftyMovePlies + 1)

@@ -70,6 +70,10 @@ constexpr const char* kBenchPositions[] = {
 unsigned long long benchNodes(int depth, double* seconds) {
     static Position pos;
     unsigned long long nodes = 0;
+    // The count needs every endgame table in use (a search does without one still building),
+    // and the time leaves their building out, as the engine builds them beside its start-up.
+    buildKpkTable();
+    buildLoneKingTables();
     const double start = wallMs();
     for (const char* fen : kBenchPositions) {
         if (!setFen(pos, fen)) continue;
@@ -94,9 +98,6 @@ int runBench(int depth, int threads) {
     initThreads();
     setThreads(threads);
     setQuiet(true);
-    // Built before the clock starts, as the engine builds them beside its start-up.
-    buildKpkTable();
-    buildLoneKingTables();
     double seconds = 0;
     const unsigned long long nodes = benchNodes(depth, &seconds);
     std::printf("Nodes searched: %llu\n", nodes);

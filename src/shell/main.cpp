@@ -35,10 +35,9 @@ bool hasSse2() {
     return (edx >> 26) & 1;
 }
 
-// Start-up's background work must never take a core from a search or from the reading of
+// Start-up's long background work must never take a core from a search or from the reading of
 // commands: where the system has an idle class, the calling thread joins it and runs only on
-// what the other threads leave. A search that needs a table not yet built waits for it, and
-// its core is then free for the builder.
+// what the other threads leave.
 void yieldToEveryOtherThread() {
 #ifdef SCHED_IDLE
     sched_param param{};
@@ -139,11 +138,16 @@ int main(int argc, char** argv) {
     initTables();
     initCastleKeys();
     // The endgame tables take a few hundred milliseconds to build (seconds under a sanitizer):
-    // build them beside start-up, so that no search pays for them in the middle of a game.
+    // build them beside start-up, so that no search pays for them in the middle of a game. The
+    // pawn table (which the evaluation waits for) and the rook and queen mate tables take a few
+    // milliseconds; the bishop and knight table, a hundred times more, is built in the idle
+    // class, and the search does without it until it is ready.
     std::thread([] {
-        yieldToEveryOtherThread();
         buildKpkTable();
-        buildLoneKingTables();
+        buildLoneKingTable(ROOK);
+        buildLoneKingTable(QUEEN);
+        yieldToEveryOtherThread();
+        buildLoneKingTable(BISHOP);
     }).detach();
     if (configTable().read(kConfigFileName)) std::printf("inifile=%s\n", kConfigFileName);
     std::printf("\nallocating hash...");
