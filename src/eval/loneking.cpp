@@ -274,19 +274,21 @@ int tableOfPiece(int pieceType) {
     return pieceType == ROOK ? kRookTable : pieceType == QUEEN ? kQueenTable : kBishopKnightTable;
 }
 
+int strongSideOf(const Position& pos) { return pos.side[WHITE].material ? WHITE : BLACK; }
+
+// The table of a position loneKingEnding accepts, from the strong side's men.
+int tableOf(const SideBlock& s) {
+    return s.pieces[KNIGHT] ? kBishopKnightTable : s.pieces[ROOK] ? kRookTable : kQueenTable;
+}
+
 // The table of a position loneKingEnding accepts, and its placement.
 int tableOf(const Position& pos, int strong, Placement& p) {
     const SideBlock& s = pos.side[strong];
     p.king = static_cast<int>(s.kingSquare);
     p.lone = static_cast<int>(pos.side[strong ^ 1].kingSquare);
-    if (s.pieces[KNIGHT]) {
-        p.men[0] = lsbIndex(s.pieces[BISHOP]);
-        p.men[1] = lsbIndex(s.pieces[KNIGHT]);
-        return kBishopKnightTable;
-    }
-    const bool rook = s.pieces[ROOK] != 0;
-    p.men[0] = lsbIndex(s.pieces[rook ? ROOK : QUEEN]);
-    return rook ? kRookTable : kQueenTable;
+    const int table = tableOf(s);
+    for (int i = 0; i < kMenOf[table].count; ++i) p.men[i] = lsbIndex(s.pieces[kMenOf[table].types[i]]);
+    return table;
 }
 
 }  // namespace
@@ -298,14 +300,11 @@ void buildLoneKingTables() {
 void buildLoneKingTable(int pieceType) { buildTable(tableOfPiece(pieceType)); }
 
 bool loneKingTableReady(const Position& pos) {
-    const int strong = pos.side[WHITE].material ? WHITE : BLACK;
-    const SideBlock& s = pos.side[strong];
-    const int table = s.pieces[KNIGHT] ? kBishopKnightTable : s.pieces[ROOK] ? kRookTable : kQueenTable;
-    return ready[table].load(std::memory_order_acquire);
+    return ready[tableOf(pos.side[strongSideOf(pos)])].load(std::memory_order_acquire);
 }
 
 int loneKingOutcome(const Position& pos, int& plies) {
-    const int strong = pos.side[WHITE].material ? WHITE : BLACK;
+    const int strong = strongSideOf(pos);
     Placement p{};
     const int table = tableOf(pos, strong, p);
     buildTable(table);
