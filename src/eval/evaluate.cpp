@@ -169,9 +169,36 @@ int mateDrive(const Position& pos, int strong, const Counts& k) {
     return drive + edge;
 }
 
+// Lone bishops of opposite colours, and nothing else but pawns.
+bool oppositeBishopsOnly(const Position& pos) {
+    const uint32_t loneBishop = kMaterialIncrement[BISHOP] & kPieceFields;
+    if ((pos.side[WHITE].material & kPieceFields) != loneBishop ||
+        (pos.side[BLACK].material & kPieceFields) != loneBishop)
+        return false;
+    const bool wDark = (pos.side[WHITE].pieces[BISHOP] & kDarkSquares) != 0;
+    const bool bDark = (pos.side[BLACK].pieces[BISHOP] & kDarkSquares) != 0;
+    return wDark != bDark;
+}
+
+// Lone bishops of opposite colours: a quarter of the score with even pawns, half of it one
+// pawn apart, a third two apart, all of it beyond. The defending bishop stops a passer on
+// squares the other bishop can never contest, so an extra pawn or two rarely wins.
+int scaleOppositeBishops(int s, int difference) {
+    if (difference == 0) return s / 4;
+    if (difference == 1) return s / 2;
+    if (difference == 2) return s / 3;
+    return s;
+}
+
 // Endgame scaling by the pawns left on each side; names the rule that changed the score.
 int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, const char*& rule) {
     const uint32_t mw = pos.side[WHITE].material, mb = pos.side[BLACK].material;
+    // Two passers against a pawnless side with a bishop of the other colour: the defending king
+    // blockades one and the bishop the other, as with pawns on both sides.
+    if (w.pawns + b.pawns == 2 && (!w.pawns || !b.pawns) && oppositeBishopsOnly(pos)) {
+        rule = "opposite-coloured bishops";
+        return scaleOppositeBishops(s, 2);
+    }
     if (!w.pawns && b.pawns) {
         rule = "white has no pawns";
         if (s > 0) return b.points + 3 < w.points ? s : s / 8;
@@ -198,18 +225,10 @@ int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, c
             return s >> 3;
         return s;
     }
-    // Opposite-coloured bishops and nothing else.
-    const uint32_t loneBishop = kMaterialIncrement[BISHOP] & kPieceFields;
-    if ((mw & kPieceFields) == loneBishop && (mb & kPieceFields) == loneBishop) {
-        const bool wDark = (pos.side[WHITE].pieces[BISHOP] & kDarkSquares) != 0;
-        const bool bDark = (pos.side[BLACK].pieces[BISHOP] & kDarkSquares) != 0;
-        if (wDark != bDark) {
-            rule = "opposite-coloured bishops";
-            const int d = w.pawns > b.pawns ? w.pawns - b.pawns : b.pawns - w.pawns;
-            if (d == 0) return s / 4;
-            if (d == 1) return s / 2;
-            if (d == 2) return s / 3;
-        }
+    if (oppositeBishopsOnly(pos)) {
+        const int d = w.pawns > b.pawns ? w.pawns - b.pawns : b.pawns - w.pawns;
+        if (d <= 2) rule = "opposite-coloured bishops";
+        return scaleOppositeBishops(s, d);
     }
     return s;
 }

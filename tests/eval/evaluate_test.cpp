@@ -78,6 +78,9 @@ const Ending kEndings[] = {
     {"4k3/4bpp1/8/8/8/3B4/4PPPP/4K3", 3, 0},   // two more
     {"4k3/4bpp1/8/8/8/3B4/3PPPPP/4K3", 1, 0},  // three more
     {"4k3/4bppp/8/8/8/3B4/5PP1/4K3", 2, 0},    // one fewer
+    {"4k3/4b3/8/8/8/3B4/5PP1/4K3", 3, 0},      // two against none
+    {"4k3/4bpp1/8/8/8/3B4/8/4K3", 3, 0},       // none against two
+    {"4k3/4b3/8/8/8/3B4/4PPP1/4K3", 1, 0},     // three against none
     {"4k3/5pp1/4b3/8/8/3B4/5PP1/4K3", 1, 0},   // bishops of one colour
 };
 

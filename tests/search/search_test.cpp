@@ -199,6 +199,17 @@ TEST(SearchRoot, KingNotLeftToAPerpetual) {
     }
 }
 
+// Bishops of opposite colours, a game drawn: Kxb5 leaves two pawns against a pawnless side,
+// whose king and bishop then blockade them; Bg3 keeps the black pawn on the board and wins.
+// Scored as the two-passer ending it is, Kxb5 no longer looks best.
+TEST(SearchRoot, OppositeBishopsPawnNotTakenIntoABlockade) {
+    Position pos = positionFrom("1B6/8/PK6/1p1b1k2/1P6/8/8/8 w - - 1 85");
+    Recorder recorder;
+    searchRootTo(pos, 18, &recorder);
+    EXPECT_FALSE(sameMove(recorder.best, parseMove(pos, "b6b5"))) << moveText(pos, recorder.best);
+    EXPECT_GT(recorder.reports.back().second, 300);
+}
+
 TEST(SearchPruning, NoNullMoveWithOnlyKnightsAndPawns) {
     searchRootTo(positionFrom("4k3/pppn1ppp/4pn2/8/3P4/2N1PN2/PPP2PPP/4K3 w - - 0 1"), 6, nullptr);
     EXPECT_EQ(pool.threads[0]->stats.nullTries, 0u);
