@@ -193,11 +193,15 @@ int scaleOppositeBishops(int s, int difference) {
 // Endgame scaling by the pawns left on each side; names the rule that changed the score.
 int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, const char*& rule) {
     const uint32_t mw = pos.side[WHITE].material, mb = pos.side[BLACK].material;
-    // Two passers against a pawnless side with a bishop of the other colour: the defending king
-    // blockades one and the bishop the other, as with pawns on both sides.
-    if (w.pawns + b.pawns == 2 && (!w.pawns || !b.pawns) && oppositeBishopsOnly(pos)) {
-        rule = "opposite-coloured bishops";
-        return scaleOppositeBishops(s, 2);
+    // Lone bishops of opposite colours with pawns on both sides, or two passers against a
+    // pawnless side (the defending king blockades one and the bishop the other). A single pawn
+    // against none, or more than two, falls to the pawnless rules below.
+    if (oppositeBishopsOnly(pos)) {
+        const int d = w.pawns > b.pawns ? w.pawns - b.pawns : b.pawns - w.pawns;
+        if ((w.pawns && b.pawns) || d == 2) {
+            if (d <= 2) rule = "opposite-coloured bishops";
+            return scaleOppositeBishops(s, d);
+        }
     }
     if (!w.pawns && b.pawns) {
         rule = "white has no pawns";
@@ -224,11 +228,6 @@ int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, c
             b.points + 3 - strongestPiece(b) >= w.points)
             return s >> 3;
         return s;
-    }
-    if (oppositeBishopsOnly(pos)) {
-        const int d = w.pawns > b.pawns ? w.pawns - b.pawns : b.pawns - w.pawns;
-        if (d <= 2) rule = "opposite-coloured bishops";
-        return scaleOppositeBishops(s, d);
     }
     return s;
 }
