@@ -184,11 +184,14 @@ TEST(SearchRoot, WonGameNotQueenedIntoAPerpetual) {
 // - a8b7 walks the king into Qb4+, Qa4+, Qd4+ (Qb1+ first keeps the win); found by depth 12
 //   once the black queen's safe checks are tried first;
 // - c6c7 leaves the king on f1 to the checks from d1 and c2 around the f2 pawn (Kxf2 keeps
-//   the win).
+//   the win);
+// - g7g5 opens the seventh rank and the g-file to the queen's checks from c7, f7 and e6 (Kh4
+//   keeps the win).
 TEST(SearchRoot, KingNotLeftToAPerpetual) {
     const struct { const char* fen; const char* drawn; } cases[] = {
         {"KQ6/P5pk/7p/2p5/3q3P/8/8/8 w - - 0 60", "a8b7"},
         {"1b6/7p/P1P2k2/7q/3P1p2/2B5/5pQ1/5K2 w - - 3 126", "c6c7"},
+        {"8/6p1/8/Q6k/P5q1/1P5p/2P5/4K3 b - - 0 46", "g7g5"},
     };
     for (const auto& c : cases) {
         Position pos = positionFrom(c.fen);
