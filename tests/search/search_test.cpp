@@ -185,8 +185,8 @@ TEST(SearchRoot, WonGameNotQueenedIntoAPerpetual) {
 //   once the black queen's safe checks are tried first;
 // - c6c7 leaves the king on f1 to the checks from d1 and c2 around the f2 pawn (Kxf2 keeps
 //   the win);
-// - g7g5 opens the seventh rank and the g-file to the queen's checks from c7, f7 and e6 (Kh4
-//   keeps the win).
+// - g7g5 clears the seventh rank for the queen, which then checks from f7, e6, d6 and c6 for
+//   ever (Kh4 keeps the win).
 TEST(SearchRoot, KingNotLeftToAPerpetual) {
     const struct { const char* fen; const char* drawn; } cases[] = {
         {"KQ6/P5pk/7p/2p5/3q3P/8/8/8 w - - 0 60", "a8b7"},
