@@ -199,7 +199,7 @@ int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, c
     if (oppositeBishopsOnly(pos)) {
         const int d = w.pawns > b.pawns ? w.pawns - b.pawns : b.pawns - w.pawns;
         if ((w.pawns && b.pawns) || d == 2) {
-            if (d <= 2) rule = "opposite-coloured bishops";
+            rule = "opposite-coloured bishops";
             return scaleOppositeBishops(s, d);
         }
     }

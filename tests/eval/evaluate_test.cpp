@@ -111,6 +111,24 @@ TEST(Evaluate, DrawAndScalingRules) {
     }
 }
 
+// The trace names the opposite-bishop case wherever it decides the score, also where it keeps
+// it whole (three pawns apart, both sides with pawns); a pawnless side's own rule names itself.
+TEST(Evaluate, TraceNamesTheOppositeBishopRule) {
+    const std::pair<const char*, bool> cases[] = {
+        {"4k3/4bpp1/8/8/8/3B4/3PPPPP/4K3 w - -", true},  // three more
+        {"4k3/4b3/8/8/8/3B4/5PP1/4K3 w - -", true},      // two against none
+        {"4k3/4b3/8/8/8/3B4/4PPP1/4K3 w - -", false},    // three against none
+    };
+    for (const auto& [fen, named] : cases) {
+        Position pos = positionFrom(fen);
+        computeAttackInfo(pos);
+        EvalTrace t{};
+        evaluateTraced(*Context(pos), t);
+        ASSERT_NE(t.scaleRule, nullptr) << fen;
+        EXPECT_EQ(std::string(t.scaleRule) == "opposite-coloured bishops", named) << fen << ": " << t.scaleRule;
+    }
+}
+
 // Pawnless wins climb toward the mate: the kings closer, the defender nearer a corner, a lone
 // rook fencing it into a smaller box (a rook it can take fences nothing), and with bishop and
 // knight the defending king in the bishop's corner rather than the other one (where no mate
