@@ -190,7 +190,8 @@ int scaleOppositeBishops(int s, int difference) {
     return s;
 }
 
-// Endgame scaling by the pawns left on each side; names the rule that changed the score.
+// Endgame scaling by the pawns left on each side; names the rule that decided it, also where
+// that rule keeps the score whole.
 int scaleByPawns(int s, const Position& pos, const Counts& w, const Counts& b, const char*& rule) {
     const uint32_t mw = pos.side[WHITE].material, mb = pos.side[BLACK].material;
     // Lone bishops of opposite colours with pawns on both sides, or two passers against a
