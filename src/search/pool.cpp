@@ -41,6 +41,7 @@ void clearForSearch(SearchThread& t) {
     t.publishNodes();
     std::memset(t.killers, 0, sizeof t.killers);
     for (int& e : t.staticEvals) e = kNoStaticEval;  // the root's is not kept
+    std::memset(t.checkedAt, 0, sizeof t.checkedAt);
     t.maxPly = 0;
     Tt::resetCounters();  // this thread's
     t.savedState = t.pos.state;

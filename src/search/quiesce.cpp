@@ -44,6 +44,29 @@ bool staleMated(const Position& pos) {
     return !((pawns >> 8) & ~pos.occupied) && !(pawnAttackSet<BLACK>(pawns) & enemy);
 }
 
+// A queen that has given check on each of our last kChainChecks moves and still has a check
+// the exchange count does not lose: the king has not got away within the horizon, and the
+// side behind stands on the perpetual check rather than on its material.
+constexpr int kChainChecks = 4;
+bool checkChainHolds(SearchThread& t, int ply) {
+    if (ply < 2 * kChainChecks - 1) return false;
+    for (int i = 1; i < 2 * kChainChecks; i += 2)
+        if (!t.checkedAt[ply - i]) return false;
+    const Position& pos = t.pos;
+    const int us = static_cast<int>(pos.sideToMove);
+    int square = toSquare(pos.moveHistory[pos.ply - 1]);
+    if (pos.board[square] != pieceCode(us, QUEEN)) return false;
+    for (int k = 1; k < kChainChecks; ++k) {
+        const Move earlier = pos.moveHistory[pos.ply - 1 - 2 * k];
+        if (!earlier || toSquare(earlier) != fromSquare(pos.moveHistory[pos.ply + 1 - 2 * k])) return false;
+    }
+    Move checks[kMaxMoves];
+    Move* end = generateQuietChecks(pos, checks, 0);
+    for (Move* it = checks; it != end; ++it)
+        if (fromSquare(*it) == square && see(pos, *it) >= 0) return true;
+    return false;
+}
+
 // Deletes a move by overwriting it with the last one.
 void dropMove(Move* list, Move*& end, int* scores, int i) {
     --end;
@@ -142,6 +165,8 @@ bool standPatEnds(SearchThread& t, QNode& q, Move* moves, Move*& end, int& resul
     result = 0;
     // 5.1 Stalemate shortcut.
     if (staleMated(pos)) return true;
+    const bool chain = q.staticEval < 0 && checkChainHolds(t, q.ply);
+    if (chain && q.beta <= 0) return true;
     // With heavy pieces about, being far behind alpha means a capture must win that many
     // pawns (less two past four, to keep sacrifices for an attack in view).
     const int us = static_cast<int>(pos.sideToMove);
@@ -191,6 +216,10 @@ bool standPatEnds(SearchThread& t, QNode& q, Move* moves, Move*& end, int& resul
     } else {
         q.best = standPat;
         if (standPat > q.alpha) q.alpha = standPat;
+    }
+    if (chain) {
+        if (q.best < 0) q.best = 0;
+        if (q.alpha < 0) q.alpha = 0;
     }
     if (generate) orderedCaptures(t, q, moves, end);
     q.checkDepth /= 2;
@@ -300,6 +329,7 @@ int quiesce(SearchThread& t, int ply, int checkDepth, int alpha, int beta, uint3
     q.beta = beta;
     q.flags = flags;
     q.inCheck = inCheck(pos);
+    t.checkedAt[ply] = q.inCheck;
     q.checksAllowed = false;
     q.best = -kInfinity;
     q.bestMove = 0;

@@ -655,6 +655,7 @@ int search(SearchThread& t, int ply, int depth, int alpha, int beta, uint32_t fl
     if (ply > kMaxSearchPly || pos.ply >= kHistoryLimit) return n.staticEval;
     if (alpha > kMateThreshold && alpha >= mateIn(ply + 1)) return alpha;
     n.inCheck = inCheck(pos);
+    t.checkedAt[ply] = n.inCheck;
     if (beta < -kMateThreshold && matedIn(ply + (n.inCheck ? 0 : 2)) >= beta) return beta;
     n.ply = ply;
     n.depth = depth;

@@ -63,6 +63,8 @@ struct SearchThread {
     // excluded[ply]: the move a singular-extension test leaves out of the node at `ply`; 0
     // in every ordinary search.
     Move excluded[kMaxPly + 2];
+    // checkedAt[ply]: the node at `ply` on the current line was in check.
+    bool checkedAt[kMaxPly + 2];
     std::atomic<uint8_t> stopFlag;
     // The node total at which the search next tests its limits.
     uint64_t nextLimitCheck;

@@ -180,26 +180,39 @@ TEST(SearchRoot, WonGameNotQueenedIntoAPerpetual) {
     EXPECT_GT(recorder.reports.back().second, 500);
 }
 
-// Won queen endings that games drew by perpetual check, and the move that let it happen:
-// - a8b7 walks the king into Qb4+, Qa4+, Qd4+ (Qb1+ first keeps the win); found by depth 12
-//   once the black queen's safe checks are tried first;
+// Won queen endings that games drew by perpetual check, the move that let it happen, and the
+// depth by which the search must see it:
+// - a8b7 walks the king into Qb4+, Qa4+, Qd4+ (Qb1+ first keeps the win);
 // - c6c7 leaves the king on f1 to the checks from d1 and c2 around the f2 pawn (Kxf2 keeps
 //   the win);
 // - g7g5 clears the seventh rank for the queen, which then checks from f7, e6, d6 and c6 for
-//   ever (Kh4 keeps the win).
+//   ever (Kh4 keeps the win);
+// - b3b2 lets the queen check from c8, c3 and f5 (the pawn queens later, with the king safe).
+// The long checking lines run past these depths: seen only once a queen still checking after
+// four checks in a row is scored as the perpetual it most likely is.
 TEST(SearchRoot, KingNotLeftToAPerpetual) {
-    const struct { const char* fen; const char* drawn; } cases[] = {
-        {"KQ6/P5pk/7p/2p5/3q3P/8/8/8 w - - 0 60", "a8b7"},
-        {"1b6/7p/P1P2k2/7q/3P1p2/2B5/5pQ1/5K2 w - - 3 126", "c6c7"},
-        {"8/6p1/8/Q6k/P5q1/1P5p/2P5/4K3 b - - 0 46", "g7g5"},
+    const struct { const char* fen; const char* drawn; int depth; } cases[] = {
+        {"KQ6/P5pk/7p/2p5/3q3P/8/8/8 w - - 0 60", "a8b7", 8},
+        {"1b6/7p/P1P2k2/7q/3P1p2/2B5/5pQ1/5K2 w - - 3 126", "c6c7", 12},
+        {"8/6p1/8/Q6k/P5q1/1P5p/2P5/4K3 b - - 0 46", "g7g5", 10},
+        {"7k/6p1/7p/2Q2p2/5P2/1p6/3K2PP/1q6 b - - 6 91", "b3b2", 8},
     };
     for (const auto& c : cases) {
         Position pos = positionFrom(c.fen);
         Recorder recorder;
-        searchRootTo(pos, 12, &recorder);
+        searchRootTo(pos, c.depth, &recorder);
         EXPECT_FALSE(sameMove(recorder.best, parseMove(pos, c.drawn)))
             << c.fen << ": " << moveText(pos, recorder.best);
     }
+}
+
+// After g7g5 above, seven pawns down, White checks from c7, h7 and on around the board; the
+// black king finds no shelter within the horizon, and the score says so.
+TEST(SearchRoot, EndlessChecksScoreAsADraw) {
+    Position pos = positionFrom("8/8/8/Q5pk/P5q1/1P5p/2P5/4K3 w - - 0 47");
+    Recorder recorder;
+    searchRootTo(pos, 10, &recorder);
+    EXPECT_GT(recorder.reports.back().second, -150);
 }
 
 // Bishops of opposite colours, a game drawn: Kxb5 leaves two pawns against a pawnless side,
