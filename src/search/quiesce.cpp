@@ -1,6 +1,6 @@
 // The quiescence search at the full-width search's horizon: evasions when in check, else a
 // stand-pat score and the captures worth the margin, a mate we threaten, and at its first ply
-// the quiet checks.
+// the quiet checks. A side whose queen keeps checking past the horizon stands on a draw.
 #include "board/movegen.h"
 #include "eval/evaluate.h"
 #include "eval/see.h"
@@ -46,16 +46,18 @@ bool staleMated(const Position& pos) {
 
 // A queen that has given check on each of our last kChainChecks moves and still has a check
 // the exchange count does not lose: the king has not got away within the horizon, and the
-// side behind stands on the perpetual check rather than on its material.
+// side behind stands on the perpetual check rather than on its material. Four checks, not
+// three: with three, two of the chases that drew won games were seen later, not sooner.
 constexpr int kChainChecks = 4;
-bool checkChainHolds(SearchThread& t, int ply) {
+bool checkChainHolds(const SearchThread& t, int ply) {
     if (ply < 2 * kChainChecks - 1) return false;
     for (int i = 1; i < 2 * kChainChecks; i += 2)
         if (!t.checkedAt[ply - i]) return false;
     const Position& pos = t.pos;
     const int us = static_cast<int>(pos.sideToMove);
-    int square = toSquare(pos.moveHistory[pos.ply - 1]);
+    const int square = toSquare(pos.moveHistory[pos.ply - 1]);
     if (pos.board[square] != pieceCode(us, QUEEN)) return false;
+    // Each earlier check was made by the piece that moved again next: the same queen.
     for (int k = 1; k < kChainChecks; ++k) {
         const Move earlier = pos.moveHistory[pos.ply - 1 - 2 * k];
         if (!earlier || toSquare(earlier) != fromSquare(pos.moveHistory[pos.ply + 1 - 2 * k])) return false;
@@ -165,6 +167,7 @@ bool standPatEnds(SearchThread& t, QNode& q, Move* moves, Move*& end, int& resul
     result = 0;
     // 5.1 Stalemate shortcut.
     if (staleMated(pos)) return true;
+    // A chase that goes on: the draw is the floor (result is 0 already).
     const bool chain = q.staticEval < 0 && checkChainHolds(t, q.ply);
     if (chain && q.beta <= 0) return true;
     // With heavy pieces about, being far behind alpha means a capture must win that many
