@@ -28,9 +28,16 @@ constexpr int kOutOfBookSpan = 2;
 // With pondering the opponent's thinking time is partly ours (a ponderhit saves the move's
 // time), so every budget may run 30% longer for the same clock use.
 constexpr float kPonderBonus = 1.3f;
-// Sudden death: no phase may spend more than this share of the clock, plus the increment. A
-// low clock is otherwise spent whole on one fail-low, and every later move is played blind.
+// Sudden death: no phase may spend more than this share of the clock, plus part of the
+// increment. A low clock is otherwise spent whole on one fail-low, and every later move is
+// played blind.
 constexpr int64_t kSuddenDeathPhaseShare = 4;
+// Of the increment, a phase may spend this share on top. Where the clock has run low, each move
+// spends up to that ceiling and gets the increment back, so the clock settles where the ceiling
+// equals the increment: with the whole increment that was one increment above the reserve
+// (about 150 ms at 10 s + 0.1 s, 50 ms from a loss on time for any stall of the machine);
+// with half of it, two increments above the reserve (about 260 ms).
+constexpr int64_t kSuddenDeathIncrementShare = 2;
 // Node budgets outside this range are worth reporting: the caller probably gave odd limits.
 constexpr int64_t kFewNodes = 11;
 constexpr int64_t kManyNodes = 100000;
@@ -135,7 +142,8 @@ void TimeControl::setClock(int movesToGoNow, int timeLeftNow, int incrementNow) 
     // A negative increment (a GUI's error) must not take the ceiling below zero.
     const int64_t most = movesToGo > 0
         ? available
-        : std::min(available, available / kSuddenDeathPhaseShare + std::max(incrementMs, 0));
+        : std::min(available, available / kSuddenDeathPhaseShare +
+                                  std::max(incrementMs, 0) / kSuddenDeathIncrementShare);
     for (int i = 0; i < kPhases; ++i) {
         factor[i] = kPhaseFactors[i];
         timeLimitMs[i] = static_cast<uint32_t>(phaseShare(factor[i], base, 0, most));

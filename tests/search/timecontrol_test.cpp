@@ -22,9 +22,9 @@ TEST(TimeControl, ClockBudgets) {
                    uint32_t budgets[kPhases]; const char* log; } cases[] = {
         {0, 60000, 0, 0, 0, false, {136, 817, 2726, 4089, 10904}, ""},
         {1, 1000, 0, 0, 0, false, {20, 120, 400, 600, 1000}, ""},
-        {0, -500, 50, 0, 0, false, {5, 31, 75, 75, 75}, ""},
-        // A low clock: a fail-low may take a quarter of it and the increment, not all of it.
-        {0, 900, 100, 0, 0, false, {12, 72, 240, 325, 325}, ""},
+        {0, -500, 50, 0, 0, false, {5, 31, 50, 50, 50}, ""},
+        // A low clock: a fail-low may take a quarter of it and half the increment, not all of it.
+        {0, 900, 100, 0, 0, false, {12, 72, 240, 275, 275}, ""},
         {40, 900, 100, 0, 0, false, {12, 72, 240, 360, 900}, ""},
         // A negative increment: nothing to spend, not a ceiling below zero (read as huge).
         {0, 1000, -5000, 0, 0, false, {0, 0, 0, 0, 0}, ""},
