@@ -32,10 +32,10 @@ inline constexpr float kPhaseFactors[kPhases] = {0.1f, 0.6f, 2.0f, 3.0f, 8.0f};
 // are high enough that the opening and middlegame spend part of that idle reserve.
 constexpr int kSteadyIterations = 3;
 constexpr int kSettledIterations = 6;
-constexpr int kChangedPercent = 195;
-constexpr int kFreshPercent = 155;
-constexpr int kSteadyPercent = 130;
-constexpr int kSettledPercent = 105;
+constexpr int kChangedPercent = 234;
+constexpr int kFreshPercent = 186;
+constexpr int kSteadyPercent = 156;
+constexpr int kSettledPercent = 126;
 
 // The move time of a search that was given no limit (a console search): about five seconds.
 constexpr uint32_t kDefaultMoveTimeMs = 5000;
