@@ -97,6 +97,31 @@ bool rookPawnDraw(const Position& pos, int c) {
     return darkBishop != cornerDark;
 }
 
+// Bishop and knight pawn against a bare king, the pawn on its sixth rank and the bishop on the
+// rook-file square beside it (h7 with g6, a7 with b6, as seen from the pawn's side). The
+// bishop's only way out is the queening square, and the defending king holds it from the
+// knight-file square on the seventh or from the corner: every approach of the other king to
+// the corner stalemates it, so it shuttles between the two for ever. From the corner it holds
+// only while the other king does not already guard that seventh-rank square (with the move, the
+// pawn's check then wins).
+bool trappedBishopDraw(const Position& pos, int c) {
+    if (pos.side[c].material != kMaterialIncrement[BISHOP] + kMaterialIncrement[PAWN] ||
+        pos.side[c ^ 1].material != 0)
+        return false;
+    const int flip = c == WHITE ? 0 : 56;  // ranks as seen from the pawn's side
+    const int defender = static_cast<int>(pos.side[c ^ 1].kingSquare);
+    const int attacker = static_cast<int>(pos.side[c].kingSquare);
+    for (const int mirror : {0, 7}) {      // the g-pawn, or the b-pawn
+        const int pawn = 46 ^ mirror ^ flip, bishop = 55 ^ mirror ^ flip;
+        const int seventh = 54 ^ mirror ^ flip, corner = 63 ^ mirror ^ flip;
+        if (!(pos.side[c].pieces[PAWN] & squareBit[pawn]) || !(pos.side[c].pieces[BISHOP] & squareBit[bishop]))
+            continue;
+        if (defender == seventh) return true;
+        return defender == corner && !(kingAttacks[attacker] & squareBit[seventh]);
+    }
+    return false;
+}
+
 // A side with no pawn, rook or queen and too little to mate cannot win.
 bool cannotWin(const Counts& k, bool hasBishop) {
     return k.pawns == 0 && k.rooks == 0 && k.queens == 0 && (k.points < 6 || !hasBishop);
@@ -257,6 +282,10 @@ int scoreFromWhite(EvalContext& ctx, EvalTrace* trace) {
             s = 0;
             scale = false;
         }
+    } else if (trappedBishopDraw(pos, WHITE) || trappedBishopDraw(pos, BLACK)) {
+        drawRule = "knight pawn, bishop shut in";
+        s = 0;
+        scale = false;
     } else if (racing == 0 && s < 0 && rookPawnDraw(pos, BLACK)) {
         drawRule = "black rook pawns or wrong bishop";
         s = 0;

@@ -191,6 +191,31 @@ TEST(Evaluate, KingAndPawnAgainstKingIsExact) {
     }
 }
 
+// A bishop shut in on h7 by its own pawn on g6 (a7 by b6) and the defending king on g7 or in
+// the corner (b7 or a8) is a draw, for both colours; the corner only while the other king does
+// not guard g7, and any other square of the bishop or the defender leaves the score alone.
+TEST(Evaluate, TrappedBishopAndKnightPawnFortress) {
+    const struct { const char* fen; bool drawn; } cases[] = {
+        {"8/6kB/6P1/5K2/8/8/8/8 w - -", true},
+        {"8/6kB/6P1/5K2/8/8/8/8 b - -", true},
+        {"7k/7B/6P1/8/3K4/8/8/8 w - -", true},    // the corner, the other king far
+        {"8/Bk6/1P6/8/3K4/8/8/8 b - -", true},    // the b-pawn
+        {"7k/7B/5KP1/8/8/8/8/8 w - -", false},    // Kf6 guards g7: g7+ mates
+        {"5k2/7B/6P1/4K3/8/8/8/8 w - -", false},  // f8 does not hold: Kf6 and g7
+        {"8/6k1/6P1/5K2/8/8/8/3B4 w - -", false}, // the bishop is free
+        {"8/6kB/6P1/5K2/8/8/7p/8 w - -", false},  // the defender has a pawn
+    };
+    for (const auto& c : cases) {
+        for (const std::string& fen : {std::string(c.fen), flippedFen(c.fen)}) {
+            EvalTrace t{};
+            const Position pos = positionFrom(fen);
+            evaluateTraced(*Context(pos), t);
+            EXPECT_EQ(t.drawRule != nullptr, c.drawn) << fen;
+            EXPECT_EQ(t.final == 0, c.drawn) << fen;
+        }
+    }
+}
+
 // A request is cut to a power of two, at least 1. Entry 0 must not pass for the pawnless
 // structure, whose key is 0: its first probe misses and builds zero halves and shelters of -16.
 TEST(PawnTable, SizesAndThePawnlessStructure) {
