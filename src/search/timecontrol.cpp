@@ -95,6 +95,7 @@ void TimeControl::apply(const SearchLimits& limits) {
 void TimeControl::reset() {
     selectPhase(kPhaseNormal);
     startMs = clockMs();
+    lastSearchScore = depthDone > kDropDepth ? lastScore : kNoTrend;
     depthDone = lastScore = prevScore = 0;
 }
 
@@ -225,7 +226,11 @@ uint32_t TimeControl::iterationCutoffMs(int heldIterations) const {
                         : heldIterations >= kSettledIterations ? kSettledPercent
                         : heldIterations >= kSteadyIterations  ? kSteadyPercent
                                                                : kFreshPercent;
-    const uint64_t cutoff = static_cast<uint64_t>(share) * static_cast<uint64_t>(percent) / 100;
+    int trend = 0;
+    if (lastSearchScore != kNoTrend)
+        trend = std::clamp(lastSearchScore - lastScore, -kTrendRiseCap, kTrendFallCap);
+    const uint64_t cutoff = static_cast<uint64_t>(share) * static_cast<uint64_t>(percent) *
+                            static_cast<uint64_t>(kTrendUnit + trend) / (100 * kTrendUnit);
     // Never past the hard budget of the normal phase: the iteration would be cut off anyway.
     return static_cast<uint32_t>(std::min<uint64_t>(cutoff, timeLimitMs[kPhaseNormal]));
 }

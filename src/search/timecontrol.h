@@ -37,6 +37,16 @@ constexpr int kFreshPercent = 186;
 constexpr int kSteadyPercent = 156;
 constexpr int kSettledPercent = 126;
 
+// The score's trend since the last search decides it too: a score that fell since then means
+// the position is worse than it looked a move ago, and the time goes to finding out why; one
+// that rose asks less. Each centipawn of fall adds 1/kTrendUnit of the cutoff, up to
+// kTrendFallCap centipawns (half again); a rise takes away as much, up to kTrendRiseCap (a
+// fifth). Mate scores meet the caps.
+constexpr int kTrendUnit = 200;
+constexpr int kTrendFallCap = 100;
+constexpr int kTrendRiseCap = 40;
+constexpr int32_t kNoTrend = INT32_MIN;  // the last search left no score to compare with
+
 // The move time of a search that was given no limit (a console search): about five seconds.
 constexpr uint32_t kDefaultMoveTimeMs = 5000;
 
@@ -81,6 +91,7 @@ public:
     int64_t nodeLimitNow = 0;  // node budget in force; 0 = none
     int32_t lastScore = 0;     // root score of the last completed iteration
     int32_t prevScore = 0;     // and of the one before
+    int32_t lastSearchScore = kNoTrend;  // where the search before this one ended
     int32_t depthDone = 0;     // depth of the iteration now running
 
     // A console search with no limits runs about five seconds: every phase gets the default
@@ -110,7 +121,8 @@ public:
         return std::atomic_ref<uint8_t>(const_cast<uint8_t&>(infinite)).load(std::memory_order_relaxed) != 0;
     }
 
-    // Phase 2, the clock restarted, no iteration yet.
+    // Phase 2, the clock restarted, no iteration yet; the last search's score kept for the
+    // trend when it got past the shallow iterations.
     void reset();
     // Sets the phase and, unless infinite, the time and node budgets of that phase; while
     // infinite the time budget stays unlimited.
@@ -143,7 +155,8 @@ public:
     // budget of the current phase comes into force.
     bool ponderHit(int rootMoveCount, int iterationDepth);
     // After a completed iteration whose best move has been the same for `heldIterations`
-    // iterations before it (0: it changed): the time after which no new iteration starts.
+    // iterations before it (0: it changed): the time after which no new iteration starts,
+    // stretched by a fall of the score since the last search and shrunk by a rise.
     uint32_t iterationCutoffMs(int heldIterations) const;
     // The stop test of the searching code: the node budget in force reached, or the time
     // budget passed (an unlimited one, -1, never passes).

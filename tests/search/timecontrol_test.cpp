@@ -148,6 +148,33 @@ TEST(TimeControl, IterationCutoffFollowsTheBestMovesHold) {
     }
 }
 
+// A score that fell since the last search stretches the cutoff (by half at a fall of a pawn or
+// more), one that rose shrinks it (by a fifth at most); a last search that stopped in the
+// shallow iterations leaves no score to compare with.
+TEST(TimeControl, IterationCutoffFollowsTheScoresTrend) {
+    SearchLimits clock;
+    clock.clockMs = 60000;
+    TimeControl tc;
+    tc.apply(clock);
+    const uint32_t level = tc.iterationCutoffMs(kSettledIterations);
+    const auto after = [&tc](int depth, int lastSearch, int now) {
+        tc.depthDone = depth;
+        tc.lastScore = lastSearch;
+        tc.reset();
+        tc.lastScore = now;
+        return tc.iterationCutoffMs(kSettledIterations);
+    };
+    EXPECT_EQ(after(12, 30, 30), level);
+    EXPECT_NEAR(after(12, 30, -70), level * 3 / 2, 1);
+    EXPECT_NEAR(after(12, 30, -20000), level * 3 / 2, 1);
+    EXPECT_NEAR(after(12, 30, 50), level * 9 / 10, 1);
+    EXPECT_NEAR(after(12, 30, 20000), level * 4 / 5, 1);
+    EXPECT_EQ(after(2, 30, -70), level);
+    // A fall never takes the cutoff past the normal phase's budget.
+    tc.timeLimitMs[1] = tc.timeLimitMs[kPhaseNormal] * 7 / 10;
+    EXPECT_EQ(after(12, 30, -70), tc.timeLimitMs[kPhaseNormal]);
+}
+
 // Ponderhit ends the unlimited time, so that phases bring their budgets again; but with a
 // single root move and depth 3 running the search must stop instead.
 TEST(TimeControl, InfiniteUntilPonderHit) {
