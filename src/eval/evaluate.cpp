@@ -108,12 +108,14 @@ bool trappedBishopDraw(const Position& pos, int c) {
     if (pos.side[c].material != kMaterialIncrement[BISHOP] + kMaterialIncrement[PAWN] ||
         pos.side[c ^ 1].material != 0)
         return false;
-    const int flip = c == WHITE ? 0 : 56;  // ranks as seen from the pawn's side
+    // Side-relative squares (row 0 the pawn's eighth rank), turned into board squares by the
+    // side's flip: g6 22, h7 15, g7 14, h8 7.
+    const int flip = flipSquare[c];
     const int defender = static_cast<int>(pos.side[c ^ 1].kingSquare);
     const int attacker = static_cast<int>(pos.side[c].kingSquare);
-    for (const int mirror : {0, 7}) {      // the g-pawn, or the b-pawn
-        const int pawn = 46 ^ mirror ^ flip, bishop = 55 ^ mirror ^ flip;
-        const int seventh = 54 ^ mirror ^ flip, corner = 63 ^ mirror ^ flip;
+    for (const int mirror : {0, 7}) {  // the g-pawn, or the b-pawn
+        const int pawn = 22 ^ mirror ^ flip, bishop = 15 ^ mirror ^ flip;
+        const int seventh = 14 ^ mirror ^ flip, corner = 7 ^ mirror ^ flip;
         if (!(pos.side[c].pieces[PAWN] & squareBit[pawn]) || !(pos.side[c].pieces[BISHOP] & squareBit[bishop]))
             continue;
         if (defender == seventh) return true;
