@@ -230,7 +230,8 @@ uint32_t TimeControl::iterationCutoffMs(int heldIterations) const {
     if (lastSearchScore != kNoTrend)
         trend = std::clamp(lastSearchScore - lastScore, -kTrendRiseCap, kTrendFallCap);
     const uint64_t cutoff = static_cast<uint64_t>(share) * static_cast<uint64_t>(percent) *
-                            static_cast<uint64_t>(kTrendUnit + trend) / (100 * kTrendUnit);
+                            static_cast<uint64_t>(kTrendUnit + trend) /
+                            (uint64_t{100} * kTrendUnit);
     // Never past the hard budget of the normal phase: the iteration would be cut off anyway.
     return static_cast<uint32_t>(std::min<uint64_t>(cutoff, timeLimitMs[kPhaseNormal]));
 }

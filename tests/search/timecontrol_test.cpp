@@ -165,10 +165,10 @@ TEST(TimeControl, IterationCutoffFollowsTheScoresTrend) {
         return tc.iterationCutoffMs(kSettledIterations);
     };
     EXPECT_EQ(after(12, 30, 30), level);
-    EXPECT_NEAR(after(12, 30, -70), level * 3 / 2, 1);
-    EXPECT_NEAR(after(12, 30, -20000), level * 3 / 2, 1);
-    EXPECT_NEAR(after(12, 30, 50), level * 9 / 10, 1);
-    EXPECT_NEAR(after(12, 30, 20000), level * 4 / 5, 1);
+    EXPECT_NEAR(after(12, 30, -70), level * 1.5, 1);
+    EXPECT_NEAR(after(12, 30, -20000), level * 1.5, 1);
+    EXPECT_NEAR(after(12, 30, 50), level * 0.9, 1);
+    EXPECT_NEAR(after(12, 30, 20000), level * 0.8, 1);
     EXPECT_EQ(after(2, 30, -70), level);
     // A fall never takes the cutoff past the normal phase's budget.
     tc.timeLimitMs[1] = tc.timeLimitMs[kPhaseNormal] * 7 / 10;
