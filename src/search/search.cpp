@@ -59,8 +59,9 @@ constexpr int kPawnPoints = 100;
 constexpr int kQuietLossMargin = 60;
 constexpr int kCaptureLossMargin = 20;
 // Late-move pruning up to depth 8: after 3 + d * d / 2 moves (twice as many while improving)
-// the quiet moves left are skipped.
+// the quiet moves left are skipped, in a node with more than four moves.
 constexpr int kMoveCountDepth = 8;
+constexpr int kShortList = 4;
 constexpr int moveCountLimit(int depth, bool improving) {
     return improving ? 3 + depth * depth : (3 + depth * depth) / 2;
 }
@@ -380,6 +381,7 @@ struct LoopContext {
     TacticalContext tactics;
     int futility;
     int singleReply;
+    int moveCount;  // legal moves of the node
 };
 
 // What the loop does with one move: skip it, or search it `extension` plies deeper, first
@@ -418,8 +420,10 @@ MovePlan planMove(SearchThread& t, const Node& n, const LoopContext& c, Move m, 
         }
     }
     // Late-move pruning: near the horizon, once enough quiet moves have failed, the rest of a
-    // well-ordered list will too; twice as many are tried while the position improves.
-    if (late && !n.pvNode && isQuiet(m) && !p.tactical && n.depth <= kMoveCountDepth &&
+    // well-ordered list will too; twice as many are tried while the position improves. Not in
+    // a short list: a few moves are no sign of order, and a king with three squares that must
+    // hold a corner would be left only the ways out of it.
+    if (late && c.moveCount > kShortList && !n.pvNode && isQuiet(m) && !p.tactical && n.depth <= kMoveCountDepth &&
         n.best > -kMateThreshold && moveNumber > moveCountLimit(n.depth, n.improving)) {
         p.pruned = true;
         return p;
@@ -517,7 +521,7 @@ int moveLoop(SearchThread& t, Node& n, const UndoState& saved) {
         ++t.stats.mates;
         return n.inCheck ? matedIn(ply) : 0;
     }
-    LoopContext c{n.staticEval <= n.alpha, {}, futilityValue(pos, n), (n.inCheck && list.count == 1) ? 1 : 0};
+    LoopContext c{n.staticEval <= n.alpha, {}, futilityValue(pos, n), (n.inCheck && list.count == 1) ? 1 : 0, list.count};
     if (n.inCheck)
         orderEvasions(pos, list.moves, end, n.hashMove);
     else
